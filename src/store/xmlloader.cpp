@@ -1,0 +1,831 @@
+#include "xmlloader.h"
+
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+#include <libxml/xmlsave.h>
+#include <libxml/xpathInternals.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstring>
+#include <unordered_map>
+
+// Built first: it only stores the address of its parent, which comes up next.
+Logger XMLLoaderImpl::logger("XMLLoaderImpl", &XMLLoader::logger);
+Logger XMLLoader::logger("XMLLoader", nullptr);
+
+std::uint32_t XMLLoaderImpl::references = 0;
+
+// A line is assembled only when its level passes, so a silent call costs no string work.
+#define XLOG(functor, level, text) \
+    do {                           \
+        if ((functor).passes(level)) (functor)(level, text); \
+    } while (0)
+
+namespace {
+
+std::string str(const XString& s) { return s.stringValue(std::string()); }
+const xmlChar* xml(const char* s) { return reinterpret_cast<const xmlChar*>(s); }
+
+void freeEval(xmlXPathObjectPtr& obj, xmlXPathContextPtr& ctx) {
+    xmlXPathFreeObject(obj);
+    xmlXPathFreeContext(ctx);
+    obj = nullptr;
+    ctx = nullptr;
+}
+
+unsigned int nodeCount(xmlXPathObjectPtr obj) {
+    return obj && obj->nodesetval ? static_cast<unsigned int>(obj->nodesetval->nodeNr) : 0;
+}
+
+// The value of a node that is not a text node: the content of each child, with one blank
+// between siblings. Built in one growing buffer: joining by += would copy the whole text
+// once per child.
+XString childrenValue(xmlNodePtr node) {
+    xmlNodePtr child = node->children;
+    if (child == nullptr) return XString();
+    if (child->next == nullptr) {
+        XString value(xmlNodeGetContent(child), true);
+        value.length();  // a joined value is measured, and an empty one holds no text
+        return value;
+    }
+    std::size_t size = 0, capacity = 256;
+    xmlChar* buffer = static_cast<xmlChar*>(xmlMalloc(capacity));
+    for (; buffer != nullptr && child != nullptr; child = child->next) {
+        xmlChar* content = xmlNodeGetContent(child);
+        std::size_t n = content ? std::strlen(reinterpret_cast<const char*>(content)) : 0;
+        std::size_t need = size + n + 2;  // the blank and the terminating NUL
+        if (need > capacity) {
+            while (capacity < need) capacity *= 2;
+            xmlChar* grown = static_cast<xmlChar*>(xmlRealloc(buffer, capacity));
+            if (grown == nullptr) xmlFree(buffer);
+            buffer = grown;
+        }
+        if (buffer != nullptr) {
+            if (n) std::memcpy(buffer + size, content, n);
+            size += n;
+            if (child->next) buffer[size++] = ' ';
+            buffer[size] = 0;
+        }
+        xmlFree(content);
+    }
+    XString value(buffer, true);
+    value.length();
+    return value;
+}
+
+XString nodeValue(xmlNodePtr node) {
+    // A namespace node is a different record: its links are not children and siblings.
+    if (node->type == XML_NAMESPACE_DECL) return XString(reinterpret_cast<xmlNsPtr>(node)->href);
+    if (xmlNodeIsText(node)) return XString(xmlNodeGetContent(node), true);
+    return childrenValue(node);
+}
+
+// ---- What the set side may write: names and text that parse again once saved. ----
+
+bool validName(const XString& name) {
+    unsigned long n = name.length();
+    return n > 0 && n <= XML_MAX_NAME_LENGTH && xmlValidateNCName(name, 0) == 0;
+}
+
+bool xmlChar32(unsigned int c) {
+    return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) ||
+           (c >= 0xE000 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0x10FFFF);
+}
+
+// Well-formed UTF-8 made of characters that XML allows, short enough for the parser.
+bool validText(const XString& text) {
+    unsigned long n = text.length();
+    if (n > XML_MAX_TEXT_LENGTH) return false;
+    const unsigned char* s = text;
+    for (unsigned long i = 0; i < n;) {
+        unsigned char c = s[i];
+        int extra = c < 0x80 ? 0 : c < 0xC2 ? -1 : c < 0xE0 ? 1 : c < 0xF0 ? 2 : c < 0xF5 ? 3 : -1;
+        if (extra < 0 || n - i <= static_cast<unsigned long>(extra)) return false;
+        unsigned int cp = extra ? c & (0x3F >> extra) : c;
+        for (int k = 1; k <= extra; ++k) {
+            unsigned char next = s[i + k];
+            if ((next & 0xC0) != 0x80) return false;
+            cp = (cp << 6) | (next & 0x3F);
+        }
+        static const unsigned int least[] = {0, 0x80, 0x800, 0x10000};  // no overlong forms
+        if (cp < least[extra] || !xmlChar32(cp)) return false;
+        i += static_cast<unsigned long>(extra) + 1;
+    }
+    return true;
+}
+
+// Length of a character or entity reference at s ("&...;") that the document can resolve
+// and that parses again in this place, or 0.
+std::size_t resolvableReference(xmlDocPtr doc, const unsigned char* s, bool inAttribute) {
+    // Bounded, so that a text full of '&' and no ';' isn't scanned to its end for each one.
+    const std::size_t longest = 256;
+    const unsigned char* end = static_cast<const unsigned char*>(
+        std::memchr(s, ';', strnlen(reinterpret_cast<const char*>(s), longest)));
+    if (end == nullptr || end - s < 2) return 0;
+    std::size_t length = static_cast<std::size_t>(end - s) + 1;
+    if (s[1] == '#') {
+        bool hex = s[2] == 'x';
+        const unsigned char* p = s + (hex ? 3 : 2);
+        if (p == end) return 0;
+        unsigned long value = 0;
+        for (; p < end; ++p) {
+            int digit = (*p >= '0' && *p <= '9')   ? *p - '0'
+                        : !hex                     ? -1
+                        : (*p >= 'a' && *p <= 'f') ? *p - 'a' + 10
+                        : (*p >= 'A' && *p <= 'F') ? *p - 'A' + 10
+                                                   : -1;
+            if (digit < 0) return 0;
+            value = value * (hex ? 16 : 10) + static_cast<unsigned long>(digit);
+            if (value > 0x10FFFF) return 0;
+        }
+        return xmlChar32(static_cast<unsigned int>(value)) ? length : 0;
+    }
+    std::string name(reinterpret_cast<const char*>(s + 1), length - 2);
+    if (xmlValidateName(xml(name.c_str()), 0) != 0) return 0;
+    xmlEntityPtr entity = xmlGetDocEntity(doc, xml(name.c_str()));
+    if (entity == nullptr) return 0;
+    if (entity->etype == XML_INTERNAL_PREDEFINED_ENTITY) return length;
+    return !inAttribute && entity->etype == XML_INTERNAL_GENERAL_ENTITY ? length : 0;
+}
+
+// Content for xmlNodeSetContent, which reads references: those the document resolves stay,
+// any other '&' becomes literal text rather than a reference that breaks the saved file.
+bool contentText(xmlDocPtr doc, const XString& value, bool inAttribute, std::string& out) {
+    if (!validText(value)) return false;
+    const unsigned char* s = value;
+    out.clear();
+    for (const unsigned char* p = s; *p; ++p) {
+        if (*p != '&') {
+            out += static_cast<char>(*p);
+            continue;
+        }
+        std::size_t n = resolvableReference(doc, p, inAttribute);
+        if (n) {
+            out.append(reinterpret_cast<const char*>(p), n);
+            p += n - 1;
+        } else {
+            out += "&amp;";
+        }
+    }
+    return true;
+}
+
+// Writes value into an existing node. False for a node that can't hold it.
+bool writeValue(xmlNodePtr node, const XString& value) {
+    switch (node->type) {
+        case XML_ELEMENT_NODE:
+        case XML_ATTRIBUTE_NODE: {
+            std::string text;
+            if (!contentText(node->doc, value, node->type == XML_ATTRIBUTE_NODE, text))
+                return false;
+            xmlNodeSetContent(node, xml(text.c_str()));
+            return true;
+        }
+        case XML_COMMENT_NODE:
+            if (std::strstr(reinterpret_cast<const char*>(static_cast<const unsigned char*>(value)),
+                            "--") ||
+                (value.length() && value[static_cast<unsigned int>(value.length() - 1)] == '-'))
+                return false;
+            break;
+        case XML_PI_NODE:
+            if (std::strstr(reinterpret_cast<const char*>(static_cast<const unsigned char*>(value)),
+                            "?>"))
+                return false;
+            break;
+        case XML_TEXT_NODE:
+        case XML_CDATA_SECTION_NODE:
+            break;
+        default:  // the document, a namespace, ...: nothing that a value could be stored in
+            return false;
+    }
+    if (!validText(value)) return false;
+    xmlNodeSetContent(node, value);
+    return true;
+}
+
+// Depth of a node below the document: the root element is 1.
+unsigned int depthOf(xmlNodePtr node) {
+    unsigned int depth = 0;
+    for (; node && node->type != XML_DOCUMENT_NODE && node->type != XML_HTML_DOCUMENT_NODE;
+         node = node->parent)
+        ++depth;
+    return depth;
+}
+
+// A new element below parent, which must be an element, or the document while it has no
+// root, and not so deep that the saved file would pass the parser's nesting limit.
+xmlNodePtr addElement(xmlNodePtr parent, const XString& name, const XString* value) {
+    if (parent == nullptr || !validName(name) || (value && !validText(*value))) return nullptr;
+    if (parent->type == XML_DOCUMENT_NODE) {
+        if (xmlDocGetRootElement(reinterpret_cast<xmlDocPtr>(parent))) return nullptr;
+    } else if (parent->type != XML_ELEMENT_NODE || depthOf(parent) > xmlParserMaxDepth) {
+        return nullptr;
+    }
+    return value ? xmlNewTextChild(parent, nullptr, name, *value)
+                 : xmlNewChild(parent, nullptr, name, nullptr);
+}
+
+xmlAttrPtr addAttribute(xmlNodePtr parent, const XString& name, const XString& value) {
+    if (parent == nullptr || parent->type != XML_ELEMENT_NODE || !validName(name) ||
+        !validText(value) || xmlHasNsProp(parent, name, nullptr))
+        return nullptr;
+    return xmlNewProp(parent, name, value);
+}
+
+bool isDocument(xmlNodePtr node) {
+    return node->type == XML_DOCUMENT_NODE || node->type == XML_HTML_DOCUMENT_NODE;
+}
+
+// The node that a node set entry hangs from: a namespace entry made for the namespace axis
+// keeps its element in 'next'.
+xmlNodePtr holderOf(xmlNodePtr entry) {
+    if (entry->type != XML_NAMESPACE_DECL) return entry->parent;
+    xmlNodePtr next = reinterpret_cast<xmlNodePtr>(reinterpret_cast<xmlNsPtr>(entry)->next);
+    return next && next->type != XML_NAMESPACE_DECL ? next : nullptr;
+}
+
+// Entries of one node set that lie inside another entry's subtree. When an entry is
+// removed, or its children replaced, the entries that went with it are cleared from the set
+// at once, so that nothing touches a freed node: not the next step, not freeing the set.
+class Overlaps {
+public:
+    explicit Overlaps(xmlNodeSetPtr set) : set(set) {
+        int n = set ? set->nodeNr : 0;
+        if (n < 2) return;
+        std::unordered_map<xmlNodePtr, int> index;
+        index.reserve(static_cast<std::size_t>(n));
+        for (int i = 0; i < n; ++i)
+            if (set->nodeTab[i] && set->nodeTab[i]->type != XML_NAMESPACE_DECL)
+                index.emplace(set->nodeTab[i], i);
+        for (int i = 0; i < n; ++i) {
+            xmlNodePtr below = set->nodeTab[i];
+            if (below == nullptr) continue;
+            for (xmlNodePtr up = holderOf(below); up; below = up, up = up->parent) {
+                auto hit = index.find(up);
+                if (hit == index.end()) continue;
+                // Attributes and namespaces of a node survive the replacement of its children.
+                bool keepsOnWrite = below->type == XML_ATTRIBUTE_NODE ||
+                                    below->type == XML_NAMESPACE_DECL;
+                inside.resize(static_cast<std::size_t>(n));
+                inside[static_cast<std::size_t>(hit->second)].push_back({i, keepsOnWrite});
+            }
+        }
+    }
+
+    // Entry i is gone when it went with another entry.
+    bool gone(int i) const { return !cleared.empty() && cleared[static_cast<std::size_t>(i)]; }
+
+    // Entry i was removed (childrenOnly false) or had its children replaced.
+    void destroyed(int i, bool childrenOnly) {
+        if (inside.empty()) return;
+        for (const auto& below : inside[static_cast<std::size_t>(i)]) {
+            if ((childrenOnly && below.second) || gone(below.first)) continue;
+            clear(below.first);
+        }
+    }
+
+    // Takes entry i out of the set without touching the tree.
+    void clear(int i) {
+        cleared.resize(static_cast<std::size_t>(set->nodeNr));
+        cleared[static_cast<std::size_t>(i)] = true;
+        xmlNodePtr& entry = set->nodeTab[i];
+        if (entry && entry->type == XML_NAMESPACE_DECL)
+            xmlXPathNodeSetFreeNs(reinterpret_cast<xmlNsPtr>(entry));
+        entry = nullptr;
+    }
+
+private:
+    xmlNodeSetPtr set;
+    std::vector<std::vector<std::pair<int, bool>>> inside;
+    std::vector<bool> cleared;
+};
+
+// Unlinks and frees entry i with its subtree. The document itself stays: it loses its
+// top-level nodes instead. A namespace entry belongs to the set and stays in the tree.
+void eraseEntry(xmlNodeSetPtr set, int i, Overlaps& overlaps) {
+    xmlNodePtr node = set->nodeTab[i];
+    overlaps.destroyed(i, false);
+    if (node->type == XML_NAMESPACE_DECL) return;
+    if (isDocument(node)) {
+        for (xmlNodePtr child = node->children, next; child; child = next) {
+            next = child->next;
+            xmlUnlinkNode(child);
+            xmlFreeNode(child);
+        }
+        return;
+    }
+    xmlUnlinkNode(node);
+    xmlFreeNode(node);
+    overlaps.clear(i);
+}
+
+// Nesting of set operations; paths deeper than any document the parser reads are refused
+// before they can exhaust the stack.
+unsigned int setDepth = 0;
+struct SetDepth {
+    SetDepth() { ++setDepth; }
+    ~SetDepth() { --setDepth; }
+    bool tooDeep() const { return setDepth > xmlParserMaxDepth + 8; }
+};
+
+}  // namespace
+
+// ---------------------------------------------------------------- lifetime
+
+XMLLoaderImpl::XMLLoaderImpl() : filename(), doc(nullptr) { start(); }
+
+XMLLoaderImpl::XMLLoaderImpl(const char* name) : filename(name), doc(nullptr) { start(); }
+
+XMLLoaderImpl::XMLLoaderImpl(const XMLLoaderImpl& o) : filename(o.filename), doc(nullptr) {
+    start();
+    if (o.doc) doc = xmlCopyDoc(o.doc, 1);
+}
+
+XMLLoaderImpl& XMLLoaderImpl::operator=(const XMLLoaderImpl& o) {
+    if (this == &o) return *this;
+    xmlFreeDoc(doc);
+    doc = o.doc ? xmlCopyDoc(o.doc, 0) : nullptr;  // the document's properties, not its content
+    filename = o.filename;
+    return *this;
+}
+
+bool XMLLoaderImpl::operator==(const XMLLoaderImpl& o) const {
+    if (doc == nullptr) return o.doc == nullptr;
+    if (o.doc == nullptr) return false;
+    xmlChar* left = nullptr;
+    xmlChar* right = nullptr;
+    int leftSize = 0, rightSize = 0;
+    xmlDocDumpMemory(doc, &left, &leftSize);
+    xmlDocDumpMemory(o.doc, &right, &rightSize);
+    // Bounded by the left text alone: a left text that is a prefix of the right one is equal.
+    bool equal = xmlStrncmp(left, right, xmlStrlen(left)) == 0;
+    xmlFree(left);
+    xmlFree(right);
+    return equal;
+}
+
+XMLLoaderImpl::~XMLLoaderImpl() {
+    xmlFreeDoc(doc);
+    stop();
+}
+
+void XMLLoaderImpl::start() {
+    if (references == 0) {
+        logger.trace("start", LOG_TRACE, "First instance, initialising parser");
+        xmlInitParser();
+        LIBXML_TEST_VERSION
+        xmlKeepBlanksDefault(0);
+        *__xmlIndentTreeOutput() = 1;
+    }
+    ++references;
+}
+
+void XMLLoaderImpl::stop() {
+    --references;
+    if (references == 0) {
+        logger.trace("stop", LOG_TRACE, "Last instance, cleaning up parser");
+        xmlCleanupParser();
+    }
+}
+
+XMLLoader::XMLLoader() : impl(new XMLLoaderImpl()) {}
+XMLLoader::XMLLoader(const char* name) : impl(new XMLLoaderImpl(name)) {}
+XMLLoader::XMLLoader(const std::string& name) : impl(new XMLLoaderImpl(name.c_str())) {}
+XMLLoader::XMLLoader(const XMLLoader& o) : impl(new XMLLoaderImpl(*o.impl)) {}
+
+XMLLoader& XMLLoader::operator=(const XMLLoader& o) {
+    if (this != &o) *impl = *o.impl;
+    return *this;
+}
+
+// The argument's document is the left side, so its text bounds the comparison.
+bool XMLLoader::operator==(const XMLLoader& o) const { return *o.impl == *impl; }
+
+XMLLoader::~XMLLoader() { delete impl; }
+
+Logger& XMLLoader::getLogger() { return logger; }
+
+// ---------------------------------------------------------------- files and buffers
+
+bool XMLLoader::loadFile(bool create) {
+    auto log = logger.getFunctor<Logger::Id>("loadFile");
+    XLOG(log, LOG_TRACE, "Loading file " + impl->filename);
+    xmlFreeDoc(impl->doc);
+    impl->doc = nullptr;
+    struct stat info;
+    if (stat(impl->filename.c_str(), &info) == 0) {
+        impl->doc = xmlParseFile(impl->filename.c_str());
+    } else {
+        if (!create) return false;
+        XLOG(log, LOG_TRACE, "File not found, initialising empty file");
+        impl->doc = xmlNewDoc(xml("1.0"));
+    }
+    return impl->doc != nullptr;
+}
+
+bool XMLLoader::loadArray(const char* buffer, unsigned int size) {
+    auto log = logger.getFunctor<Logger::Id>("loadArray");
+    XLOG(log, LOG_TRACE, "Loading array...");
+    xmlFreeDoc(impl->doc);
+    impl->doc = xmlParseMemory(buffer, static_cast<int>(size));
+    return impl->doc != nullptr;
+}
+
+bool XMLLoader::saveFile() const {
+    auto log = logger.getFunctor<Logger::Id>("saveFile");
+    XLOG(log, LOG_TRACE, "Saving file: " + impl->filename);
+    xmlKeepBlanksDefault(0);
+    return xmlSaveFormatFileEnc(impl->filename.c_str(), impl->doc, "UTF-8", 1) > 0;
+}
+
+// ---------------------------------------------------------------- reading
+
+bool XMLLoader::getVectorImpl(const XString& path, std::vector<XString>& values,
+                              unsigned int max) const {
+    return impl->getVector(path, values, max);
+}
+
+bool XMLLoader::setOrCreateVectorImpl(const XString& path, const std::vector<XString>& values,
+                                      const std::vector<bool>& flags) {
+    return impl->setOrCreateVector(path, values, flags);
+}
+
+bool XMLLoaderImpl::evalToContextAndObj(const XString& path, xmlXPathContextPtr& ctx,
+                                        xmlXPathObjectPtr& obj) const {
+    auto log = logger.getFunctor<Logger::Id>("evalToContextAndObj");
+    obj = nullptr;
+    if (ctx == nullptr) {
+        ctx = xmlXPathNewContext(doc);
+        if (ctx == nullptr) {
+            log(LOG_ERROR, "Could not create xpath context");
+            return false;
+        }
+    }
+    obj = xmlXPathEvalExpression(path, ctx);
+    if (obj == nullptr) {
+        XLOG(log, LOG_ERROR, "Failed to evaluate expression " + str(path));
+        xmlXPathFreeContext(ctx);
+        ctx = nullptr;
+        return false;
+    }
+    return true;
+}
+
+unsigned int XMLLoaderImpl::countNodes(const XString& path) const {
+    auto log = logger.getFunctor<Logger::Id>("countNodes");
+    XLOG(log, LOG_TRACE, "Counting: " + str(path));
+    xmlXPathContextPtr ctx = nullptr;
+    xmlXPathObjectPtr obj = nullptr;
+    if (!evalToContextAndObj(path, ctx, obj)) return 0;
+    unsigned int count = nodeCount(obj);
+    freeEval(obj, ctx);
+    return count;
+}
+
+bool XMLLoaderImpl::getVector(const XString& path, std::vector<XString>& values,
+                              unsigned int max) const {
+    auto log = logger.getFunctor<Logger::Id>("getVector");
+    XLOG(log, LOG_TRACE, "getVector: " + str(path));
+    xmlXPathContextPtr ctx = nullptr;
+    xmlXPathObjectPtr obj = nullptr;
+    if (!evalToContextAndObj(path, ctx, obj)) return false;
+    unsigned int count = nodeCount(obj);
+    if (max != 0 && max < count) count = max;
+    values.reserve(values.size() + count);  // one allocation: values are never moved about
+    bool ok = true;
+    for (unsigned int i = 0; i < count; ++i) {
+        xmlNodePtr node = obj->nodesetval->nodeTab[i];
+        if (node == nullptr) {
+            XLOG(log, LOG_ERROR,
+                 "NULL node when evaluating " + str(path) + "(" + std::to_string(i) + ")");
+            ok = false;
+            break;
+        }
+        values.push_back(nodeValue(node));
+    }
+    freeEval(obj, ctx);
+    return ok;
+}
+
+// ---------------------------------------------------------------- path splitting
+
+bool XMLLoaderImpl::splitPath(const XString& path, XString& parent, XString& node) {
+    unsigned long slash = path.rfind("/", XString::npos);
+    if (slash == XString::npos) {
+        logger.trace("splitPath", LOG_ERROR, "'/' not found in string: " + str(path));
+        return false;
+    }
+    parent = path.substr(0, slash);
+    node = path.substr(slash + 1);
+    return true;
+}
+
+bool XMLLoaderImpl::splitCondition(const XString& path, XString& node, XString& name,
+                                   XString& value) {
+    auto log = logger.getFunctor<Logger::Id>("splitCondition");
+    unsigned long length = path.length();
+    if (length == 0 || path[static_cast<unsigned int>(length - 1)] != ']') return false;
+    unsigned long open = path.rfind("[", XString::npos);
+    if (open == XString::npos) {
+        value = XString();
+        XLOG(log, LOG_ERROR, "']' found with no matching '[' in " + str(path));
+        return false;
+    }
+    XString condition = path.substr(open + 1, length - open - 2);
+    node = path.substr(0, open);
+    unsigned long equals = condition.rfind("=", XString::npos);
+    if (equals == XString::npos) {
+        value = XString();
+        XLOG(log, LOG_ERROR, "Non-equality condition found in 'set' path: " + str(path));
+        return false;
+    }
+    // Trim the left side of blanks; strip the value of blanks and one quote at each end.
+    unsigned long from = 0, to = equals;
+    while (to > from && condition[static_cast<unsigned int>(to - 1)] == ' ') --to;
+    while (from < to && condition[static_cast<unsigned int>(from)] == ' ') ++from;
+    unsigned long vfrom = equals + 1, vto = condition.length();
+    for (bool quote = false; vfrom < vto; ++vfrom) {
+        unsigned char c = condition[static_cast<unsigned int>(vfrom)];
+        if (c == '"' && !quote)
+            quote = true;
+        else if (c != ' ')
+            break;
+    }
+    for (bool quote = false; vto > vfrom; --vto) {
+        unsigned char c = condition[static_cast<unsigned int>(vto - 1)];
+        if (c == '"' && !quote)
+            quote = true;
+        else if (c != ' ')
+            break;
+    }
+    if (from == to || vfrom == vto) {
+        value = XString();
+        XLOG(log, LOG_ERROR, "Empty name or value in condition of 'set' path: " + str(path));
+        return false;
+    }
+    name = condition.substr(from, to - from);
+    value = condition.substr(vfrom, vto - vfrom);
+    return true;
+}
+
+// ---------------------------------------------------------------- creating and setting
+
+bool XMLLoaderImpl::createNode(const XString& path) {
+    auto log = logger.getFunctor<Logger::Id>("createNode");
+    XLOG(log, LOG_TRACE, "Creating node: " + str(path));
+    XString nodePath, name, value;
+    if (!splitCondition(path, nodePath, name, value)) {
+        std::vector<XString> blank(1);
+        std::vector<bool> flags(1, true);
+        if (!setOrCreateVector(path, blank, flags)) return false;
+        return countNodes(path) == 1;
+    }
+    XLOG(log, LOG_TRACE, "--node is conditional");
+    XString parent, element;
+    if (!splitPath(nodePath, parent, element)) {
+        XLOG(log, LOG_ERROR, "--failed to split the valid path: " + str(nodePath));
+        return false;
+    }
+    if (!(parent != XString(""))) {
+        log(LOG_ERROR, "Attempt to create a new root node!");
+        return false;
+    }
+    bool onAttribute = name[0] == '@';
+    XString condName = onAttribute ? name.substr(1) : name;
+    if (!validName(element) || !validName(condName) || !validText(value)) {
+        XLOG(log, LOG_ERROR, "Invalid name or value for a new node: " + str(path));
+        return false;
+    }
+    if (countNodes(parent) == 0) {
+        XLOG(log, LOG_TRACE, "--creating parent of conditional node");
+        std::vector<XString> blank(1);
+        std::vector<bool> flags(1, true);
+        bool made = setOrCreateVector(parent, blank, flags);
+        if (!made || countNodes(parent) != 1) {
+            XLOG(log, LOG_ERROR, "--failed to create parent: " + str(parent));
+            return false;
+        }
+    }
+    xmlXPathContextPtr ctx = nullptr;
+    xmlXPathObjectPtr obj = nullptr;
+    bool result = false;
+    xmlNodePtr child = nullptr;
+    if (evalToContextAndObj(parent, ctx, obj) && nodeCount(obj) > 0) {
+        child = addElement(obj->nodesetval->nodeTab[0], element, nullptr);
+    } else {
+        XLOG(log, LOG_ERROR, "Failed to locate parent node: " + str(parent));
+    }
+    if (child == nullptr) {
+        XLOG(log, LOG_ERROR, "Failed to create child node:" + str(element));
+    } else {
+        xmlNodePtr made = onAttribute
+                              ? reinterpret_cast<xmlNodePtr>(xmlNewProp(child, condName, value))
+                              : xmlNewTextChild(child, nullptr, condName, value);
+        result = made != nullptr;
+    }
+    if (!result) XLOG(log, LOG_ERROR, "Failed to create child node:" + str(name) + "=" + str(value));
+    freeEval(obj, ctx);
+    return result;
+}
+
+bool XMLLoaderImpl::setOrCreateVector(const XString& path, const std::vector<XString>& values,
+                                      const std::vector<bool>& flags) {
+    return setOrCreate(path, values, flags, false);
+}
+
+// retry: the second pass after the parent was made; the parent isn't made a second time.
+bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>& values,
+                                const std::vector<bool>& flags, bool retry) {
+    auto log = logger.getFunctor<Logger::Id>("setOrCreateVector");
+    SetDepth depth;
+    if (doc == nullptr || values.size() != flags.size() || depth.tooDeep()) {
+        XLOG(log, LOG_ERROR,
+             (doc == nullptr                  ? "No document to set "
+              : values.size() != flags.size() ? "Values and flags differ in number for "
+                                              : "Path too deep to build: ") +
+                 str(path));
+        return false;
+    }
+
+    XString parent, last, condName, condValue;
+    bool go = splitPath(path, parent, last);
+    if (go && last.length() == 0) {
+        XLOG(log, LOG_ERROR, "Path names no node to set: " + str(path));
+        return false;
+    }
+    if (splitCondition(path, parent, condName, condValue)) {
+        bool made = createNode(path);
+        go = go && made;
+    }
+    const unsigned int wanted =
+        static_cast<unsigned int>(std::count(flags.begin(), flags.end(), true));
+    const bool attribute = last.length() > 0 && last[0] == '@';
+    const bool parentHasText = parent != XString("");
+
+    // An attribute target has exactly one parent per value.
+    if (go && attribute && countNodes(parent) != wanted) {
+        XLOG(log, LOG_TRACE, "Creating or removing parent nodes for " + str(path));
+        std::vector<XString> blanks(wanted);
+        std::vector<bool> all(wanted, true);
+        go = setOrCreate(parent, blanks, all, false);
+        if (countNodes(parent) != wanted) {
+            XLOG(log, LOG_ERROR, "Attempt to adjust parent nodes for " + str(path) + " failed");
+            return false;
+        }
+    }
+
+    xmlXPathContextPtr ctx = nullptr;
+    xmlXPathObjectPtr obj = nullptr;
+    if (go) go = evalToContextAndObj(path, ctx, obj);
+    unsigned int found = go ? nodeCount(obj) : 0;
+
+    if (go && found == 0 && !attribute && !(parentHasText && countNodes(parent) != 0)) {
+        freeEval(obj, ctx);
+        if (parentHasText) {
+            if (retry) {  // made once and still not found: the engine won't select it
+                XLOG(log, LOG_ERROR, "--failed to create parent: " + str(parent));
+                return false;
+            }
+            if (!createNode(parent)) return false;
+            return setOrCreate(path, values, flags, true);
+        }
+        // The path names the root element; a document has one, and it is never replaced.
+        if (xmlDocGetRootElement(doc)) {
+            log(LOG_ERROR, "Attempt to create a new root node!");
+            return false;
+        }
+        bool valued = wanted == 1 && flags[0] && !values[0].blank();
+        if (!validName(last) || (valued && !validText(values[0]))) {
+            XLOG(log, LOG_ERROR, "Invalid name or value for a new node: " + str(path));
+            return false;
+        }
+        XLOG(log, LOG_TRACE, "Creating new root node: " + str(last));
+        xmlNodePtr root = xmlNewNode(nullptr, last);
+        if (root == nullptr) return false;
+        xmlDocSetRootElement(doc, root);
+        if (valued) writeValue(root, values[0]);
+        if (wanted <= 1) return true;
+        log(LOG_ERROR, "Attempt to create >1 root nodes");
+        return false;
+    }
+
+    // Moves to the next value that takes part; a value is used up by ++cursor.
+    std::size_t cursor = 0;
+    const XString none;
+    auto nextValue = [&]() -> const XString& {
+        while (cursor < flags.size() && !flags[cursor]) ++cursor;
+        return cursor < values.size() ? values[cursor] : none;
+    };
+    xmlNodeSetPtr set = go ? obj->nodesetval : nullptr;
+    unsigned int visit = attribute ? found : std::min(found, wanted);
+    bool result = go;
+
+    // One value for the one attribute found: stored in place, where it stands.
+    if (go && attribute && wanted == 1 && found == 1 && set->nodeTab[0] &&
+        set->nodeTab[0]->type == XML_ATTRIBUTE_NODE) {
+        xmlAttrPtr attr = reinterpret_cast<xmlAttrPtr>(set->nodeTab[0]);
+        const XString& value = nextValue();
+        result = validText(value) && xmlSetNsProp(attr->parent, attr->ns, attr->name, value);
+        if (!result) XLOG(log, LOG_ERROR, "Value can't be stored in " + str(path));
+        freeEval(obj, ctx);
+        return result;
+    }
+
+    Overlaps overlaps(set);
+    for (unsigned int i = 0; go && i < visit; ++i) {
+        int at = static_cast<int>(i);
+        if (overlaps.gone(at)) {  // went with a node written or removed before it
+            if (!attribute) {
+                nextValue();
+                ++cursor;
+            }
+            continue;
+        }
+        xmlNodePtr node = set->nodeTab[i];
+        if (node == nullptr) {
+            XLOG(log, LOG_ERROR, "NULL nodes retrieved from: " + str(parent));
+            result = false;
+            break;
+        }
+        if (attribute) {
+            if (!isDocument(node)) eraseEntry(set, at, overlaps);
+            continue;
+        }
+        const XString& value = nextValue();
+        overlaps.destroyed(at, true);
+        if (!writeValue(node, value)) {
+            XLOG(log, LOG_ERROR, "Value can't be stored in " + str(path));
+            result = false;
+            break;
+        }
+        ++cursor;
+    }
+    if (attribute) found = 0;  // what was found is gone
+
+    if (found != wanted) {
+        xmlXPathObjectPtr parents = nullptr;
+        if (!result || !parentHasText || !evalToContextAndObj(parent, ctx, parents) ||
+            !parents->nodesetval || !parents->nodesetval->nodeTab ||
+            parents->nodesetval->nodeNr == 0) {
+            XLOG(log, LOG_ERROR, "Could not retrieve parent node: " + str(parent));
+            xmlXPathFreeObject(parents);
+            result = false;
+        } else if (found < wanted) {
+            XLOG(log, LOG_TRACE, "Adding '" + str(last) + "' nodes to: " + str(parent));
+            xmlNodeSetPtr to = parents->nodesetval;
+            XString attrName = attribute ? last.substr(1) : XString();
+            for (unsigned int i = found; i < wanted && result; ++i) {
+                const XString& value = nextValue();
+                ++cursor;
+                void* made = nullptr;
+                if (attribute)
+                    made = static_cast<int>(i) < to->nodeNr
+                               ? addAttribute(to->nodeTab[i], attrName, value)
+                               : nullptr;
+                else
+                    made = addElement(to->nodeTab[0], last, value.blank() ? nullptr : &value);
+                if (made == nullptr) {
+                    XLOG(log, LOG_ERROR, "Failed to add nodes to: " + str(parent));
+                    result = false;
+                }
+            }
+            xmlXPathFreeObject(parents);
+        } else {
+            xmlXPathFreeObject(parents);
+            XLOG(log, LOG_TRACE, "Removing nodes from: " + str(parent));
+            for (unsigned int i = wanted; i < found; ++i) {
+                int at = static_cast<int>(i);
+                if (overlaps.gone(at) || (set->nodeTab[i] && isDocument(set->nodeTab[i])))
+                    continue;
+                if (set->nodeTab[i] == nullptr) {
+                    XLOG(log, LOG_ERROR, "NULL nodes retrieved from: " + str(parent));
+                    result = false;
+                    break;
+                }
+                eraseEntry(set, at, overlaps);
+            }
+        }
+    }
+    freeEval(obj, ctx);
+    return result;
+}
+
+// ---------------------------------------------------------------- deleting
+
+bool XMLLoader::deletePath(const std::string& path) {
+    auto log = logger.getFunctor<Logger::Id>("deletePath");
+    XString xpath(path);
+    XLOG(log, LOG_TRACE, "Erasing: " + path);
+    xmlXPathContextPtr ctx = nullptr;
+    xmlXPathObjectPtr obj = nullptr;
+    if (!impl->evalToContextAndObj(xpath, ctx, obj)) return false;
+    unsigned int count = nodeCount(obj);
+    Overlaps overlaps(obj->nodesetval);
+    for (unsigned int i = 0; i < count; ++i) {
+        int at = static_cast<int>(i);
+        if (!overlaps.gone(at) && obj->nodesetval->nodeTab[i]) eraseEntry(obj->nodesetval, at, overlaps);
+    }
+    freeEval(obj, ctx);
+    return count == 1;
+}

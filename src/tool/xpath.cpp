@@ -1,0 +1,71 @@
+// xpath <file> <xpath> [value]: prints the value of every node the expression selects, or
+// sets the value at the path, making what is missing, and saves the file.
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "xmlloader.h"
+
+const char* USAGE = "Usage: xpath <file> <xpath> [value]";
+const char* ENOTFOUND = "File not found or could not create: ";
+const char* EBADXPATH = "Could not use xpath: ";
+const char* ETOOMANY = "XPath evaluates to more than one object. Cannot set.";
+const char* ESAVEVALUE = "Could not save value";
+const char* ESAVEFILE = "Could not save file";
+
+namespace {
+
+[[noreturn]] void fail(const char* message, const char* argument = "") {
+    std::fputs(message, stderr);
+    std::fputs(argument, stderr);
+    std::fputc('\n', stderr);
+    std::fflush(stderr);
+    std::exit(1);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 3 && argc != 4) {
+        std::fputs(USAGE, stdout);
+        std::fputc('\n', stdout);
+        std::fflush(stdout);
+        std::exit(1);
+    }
+    const bool setMode = argc == 4;
+
+    // Never destroyed: every way out is exit, and the process releases the document.
+    XMLLoader loader(argv[1]);
+    if (!loader.loadFile(setMode)) fail(ENOTFOUND, argv[1]);
+
+    std::vector<std::string> values;
+    if (!loader.getVector(std::string(argv[2]), values, 0)) {
+        std::fputs(EBADXPATH, stderr);
+        std::fputs(argv[2], stderr);
+        std::fputc('\n', stderr);
+        std::fflush(stderr);
+    }
+
+    if (!setMode) {
+        // Values leave in large blocks; exit flushes what is left.
+        static char block[1 << 16];
+        std::setvbuf(stdout, block, _IOFBF, sizeof block);
+        for (const std::string& value : values) {
+            std::fwrite(value.data(), 1, value.size(), stdout);
+            std::fputc('\n', stdout);
+        }
+        std::exit(0);
+    }
+
+    if (values.size() > 1) fail(ETOOMANY);
+    bool stored;
+    {
+        std::vector<char*> value(1, argv[3]);
+        stored = loader.setOrCreateVector(std::string(argv[2]), value);
+    }
+    if (!stored) fail(ESAVEVALUE);
+    if (!loader.saveFile()) fail(ESAVEFILE);
+    std::exit(0);
+}
