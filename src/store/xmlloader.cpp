@@ -17,15 +17,19 @@ Logger XMLLoader::logger("XMLLoader", nullptr);
 std::uint32_t XMLLoaderImpl::references = 0;
 
 // A line is assembled only when its level passes, so a silent call costs no string work.
-#define XLOG(functor, level, text) \
-    do {                           \
+#define XLOG(functor, level, text)                           \
+    do {                                                     \
         if ((functor).passes(level)) (functor)(level, text); \
     } while (0)
 
 namespace {
 
-std::string str(const XString& s) { return s.stringValue(std::string()); }
-const xmlChar* xml(const char* s) { return reinterpret_cast<const xmlChar*>(s); }
+std::string str(const XString& s) {
+    return s.stringValue(std::string());
+}
+const xmlChar* xml(const char* s) {
+    return reinterpret_cast<const xmlChar*>(s);
+}
 
 void freeEval(xmlXPathObjectPtr& obj, xmlXPathContextPtr& ctx) {
     xmlXPathFreeObject(obj);
@@ -56,7 +60,8 @@ XString childrenValue(xmlNodePtr node) {
         std::size_t n = content ? std::strlen(reinterpret_cast<const char*>(content)) : 0;
         std::size_t need = size + n + 2;  // the blank and the terminating NUL
         if (need > capacity) {
-            while (capacity < need) capacity *= 2;
+            while (capacity < need)
+                capacity *= 2;
             xmlChar* grown = static_cast<xmlChar*>(xmlRealloc(buffer, capacity));
             if (grown == nullptr) xmlFree(buffer);
             buffer = grown;
@@ -249,7 +254,7 @@ xmlNodePtr holderOf(xmlNodePtr entry) {
 // removed, or its children replaced, the entries that went with it are cleared from the set
 // at once, so that nothing touches a freed node: not the next step, not freeing the set.
 class Overlaps {
-public:
+  public:
     explicit Overlaps(xmlNodeSetPtr set) : set(set) {
         int n = set ? set->nodeNr : 0;
         if (n < 2) return;
@@ -265,8 +270,8 @@ public:
                 auto hit = index.find(up);
                 if (hit == index.end()) continue;
                 // Attributes and namespaces of a node survive the replacement of its children.
-                bool keepsOnWrite = below->type == XML_ATTRIBUTE_NODE ||
-                                    below->type == XML_NAMESPACE_DECL;
+                bool keepsOnWrite =
+                    below->type == XML_ATTRIBUTE_NODE || below->type == XML_NAMESPACE_DECL;
                 inside.resize(static_cast<std::size_t>(n));
                 inside[static_cast<std::size_t>(hit->second)].push_back({i, keepsOnWrite});
             }
@@ -295,7 +300,7 @@ public:
         entry = nullptr;
     }
 
-private:
+  private:
     xmlNodeSetPtr set;
     std::vector<std::vector<std::pair<int, bool>>> inside;
     std::vector<bool> cleared;
@@ -315,9 +320,9 @@ void eraseEntry(xmlNodeSetPtr set, int i, Overlaps& overlaps) {
         }
         return;
     }
+    overlaps.clear(i);
     xmlUnlinkNode(node);
     xmlFreeNode(node);
-    overlaps.clear(i);
 }
 
 // Nesting of set operations; paths deeper than any document the parser reads are refused
@@ -333,9 +338,13 @@ struct SetDepth {
 
 // ---------------------------------------------------------------- lifetime
 
-XMLLoaderImpl::XMLLoaderImpl() : filename(), doc(nullptr) { start(); }
+XMLLoaderImpl::XMLLoaderImpl() : filename(), doc(nullptr) {
+    start();
+}
 
-XMLLoaderImpl::XMLLoaderImpl(const char* name) : filename(name), doc(nullptr) { start(); }
+XMLLoaderImpl::XMLLoaderImpl(const char* name) : filename(name), doc(nullptr) {
+    start();
+}
 
 XMLLoaderImpl::XMLLoaderImpl(const XMLLoaderImpl& o) : filename(o.filename), doc(nullptr) {
     start();
@@ -400,11 +409,17 @@ XMLLoader& XMLLoader::operator=(const XMLLoader& o) {
 }
 
 // The argument's document is the left side, so its text bounds the comparison.
-bool XMLLoader::operator==(const XMLLoader& o) const { return *o.impl == *impl; }
+bool XMLLoader::operator==(const XMLLoader& o) const {
+    return *o.impl == *impl;
+}
 
-XMLLoader::~XMLLoader() { delete impl; }
+XMLLoader::~XMLLoader() {
+    delete impl;
+}
 
-Logger& XMLLoader::getLogger() { return logger; }
+Logger& XMLLoader::getLogger() {
+    return logger;
+}
 
 // ---------------------------------------------------------------- files and buffers
 
@@ -542,8 +557,10 @@ bool XMLLoaderImpl::splitCondition(const XString& path, XString& node, XString& 
     }
     // Trim the left side of blanks; strip the value of blanks and one quote at each end.
     unsigned long from = 0, to = equals;
-    while (to > from && condition[static_cast<unsigned int>(to - 1)] == ' ') --to;
-    while (from < to && condition[static_cast<unsigned int>(from)] == ' ') ++from;
+    while (to > from && condition[static_cast<unsigned int>(to - 1)] == ' ')
+        --to;
+    while (from < to && condition[static_cast<unsigned int>(from)] == ' ')
+        ++from;
     unsigned long vfrom = equals + 1, vto = condition.length();
     for (bool quote = false; vfrom < vto; ++vfrom) {
         unsigned char c = condition[static_cast<unsigned int>(vfrom)];
@@ -624,7 +641,8 @@ bool XMLLoaderImpl::createNode(const XString& path) {
                               : xmlNewTextChild(child, nullptr, condName, value);
         result = made != nullptr;
     }
-    if (!result) XLOG(log, LOG_ERROR, "Failed to create child node:" + str(name) + "=" + str(value));
+    if (!result)
+        XLOG(log, LOG_ERROR, "Failed to create child node:" + str(name) + "=" + str(value));
     freeEval(obj, ctx);
     return result;
 }
@@ -714,7 +732,8 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
     std::size_t cursor = 0;
     const XString none;
     auto nextValue = [&]() -> const XString& {
-        while (cursor < flags.size() && !flags[cursor]) ++cursor;
+        while (cursor < flags.size() && !flags[cursor])
+            ++cursor;
         return cursor < values.size() ? values[cursor] : none;
     };
     xmlNodeSetPtr set = go ? obj->nodesetval : nullptr;
@@ -796,8 +815,7 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
             XLOG(log, LOG_TRACE, "Removing nodes from: " + str(parent));
             for (unsigned int i = wanted; i < found; ++i) {
                 int at = static_cast<int>(i);
-                if (overlaps.gone(at) || (set->nodeTab[i] && isDocument(set->nodeTab[i])))
-                    continue;
+                if (overlaps.gone(at) || (set->nodeTab[i] && isDocument(set->nodeTab[i]))) continue;
                 if (set->nodeTab[i] == nullptr) {
                     XLOG(log, LOG_ERROR, "NULL nodes retrieved from: " + str(parent));
                     result = false;
@@ -824,7 +842,8 @@ bool XMLLoader::deletePath(const std::string& path) {
     Overlaps overlaps(obj->nodesetval);
     for (unsigned int i = 0; i < count; ++i) {
         int at = static_cast<int>(i);
-        if (!overlaps.gone(at) && obj->nodesetval->nodeTab[i]) eraseEntry(obj->nodesetval, at, overlaps);
+        if (!overlaps.gone(at) && obj->nodesetval->nodeTab[i])
+            eraseEntry(obj->nodesetval, at, overlaps);
     }
     freeEval(obj, ctx);
     return count == 1;

@@ -17,7 +17,7 @@
 #include "xstring.h"
 
 class XMLLoaderImpl : public Object {
-public:
+  public:
     XMLLoaderImpl();
     explicit XMLLoaderImpl(const char* name);
     XMLLoaderImpl(const XMLLoaderImpl& o);
@@ -49,13 +49,13 @@ public:
     static std::uint32_t references;
     static Logger logger;
 
-private:
+  private:
     bool setOrCreate(const XString& path, const std::vector<XString>& values,
                      const std::vector<bool>& flags, bool retry);
 };
 
 class XMLLoader : public Object {
-public:
+  public:
     XMLLoader();
     explicit XMLLoader(const char* name);
     explicit XMLLoader(const std::string& name);
@@ -88,7 +88,7 @@ public:
 
     static Logger logger;
 
-private:
+  private:
     XMLLoaderImpl* impl;
 };
 
@@ -101,17 +101,20 @@ XString toXString(const T& value) {
     out << value;
     return XString(out.str());
 }
-inline XString toXString(const std::string& value) { return XString(value); }
+inline XString toXString(const std::string& value) {
+    return XString(value);
+}
 inline XString toXString(const char* value) {
     return value ? XString(std::string(value)) : XString(std::string());
 }
-inline XString toXString(char* value) { return toXString(static_cast<const char*>(value)); }
+inline XString toXString(char* value) {
+    return toXString(static_cast<const char*>(value));
+}
 
 }  // namespace xmlloader_detail
 
 template <class T>
-bool XMLLoader::getVector(const std::string& path, std::vector<T>& values,
-                          unsigned int max) const {
+bool XMLLoader::getVector(const std::string& path, std::vector<T>& values, unsigned int max) const {
     std::vector<XString> found;
     bool ok;
     {

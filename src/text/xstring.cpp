@@ -56,7 +56,9 @@ XString::operator const unsigned char*() const {
     return xmls ? xmls : emptyxmls.xmls;
 }
 
-unsigned char XString::operator[](unsigned int i) const { return xmls ? xmls[i] : 0; }
+unsigned char XString::operator[](unsigned int i) const {
+    return xmls ? xmls[i] : 0;
+}
 
 unsigned long XString::length() const {
     if (xmls == nullptr) return 0;

@@ -12,7 +12,7 @@
 #include "object.h"
 
 class XString : public Object {
-public:
+  public:
     // "Not found" of rfind, "to the end" of substr, and "not yet measured" of len.
     static const unsigned long npos = static_cast<unsigned long>(-1);
 
@@ -49,7 +49,7 @@ public:
     // The text byte for byte; the argument isn't read.
     std::string stringValue(const std::string& ignored) const;
 
-private:
+  private:
     friend XString operator+(const XString& a, const char* b);
     friend XString operator+(const XString& a, const XString& b);
     friend XString operator+(const char* a, const XString& b);

@@ -1,0 +1,185 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include <unistd.h>
+
+#include "store_fixture.h"
+
+namespace {
+
+// A scratch directory, removed with its files.
+struct Scratch {
+    std::string dir;
+    Scratch() {
+        char name[] = "/tmp/xpath-store-XXXXXX";
+        dir = mkdtemp(name);
+    }
+    ~Scratch() { std::system(("rm -rf '" + dir + "'").c_str()); }
+    std::string path(const char* name) const { return dir + "/" + name; }
+    std::string write(const char* name, const std::string& bytes) const {
+        std::ofstream(path(name), std::ios::binary) << bytes;
+        return path(name);
+    }
+    static std::string read(const std::string& file) {
+        std::ifstream in(file, std::ios::binary);
+        std::stringstream all;
+        all << in.rdbuf();
+        return all.str();
+    }
+};
+
+const std::string declaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+
+TEST(Loader, LoadFileOutcomes) {
+    Scratch scratch;
+    scratch.write("good.xml", "<a/>");
+    scratch.write("empty.xml", "");
+    scratch.write("bad.xml", "<a>");
+    struct Case {
+        std::string file;
+        bool create, ok;
+    } cases[] = {
+        {scratch.path("good.xml"), false, true},
+        {scratch.path("good.xml"), true, true},
+        {scratch.path("empty.xml"), true, false},
+        {scratch.path("bad.xml"), true, false},
+        {scratch.dir, true, false},
+        {scratch.path("missing.xml"), false, false},
+        {scratch.path("missing.xml"), true, true},
+        {"", true, true},
+    };
+    for (const Case& c : cases) {
+        XMLLoader loader(c.file);
+        EXPECT_EQ(loader.loadFile(c.create), c.ok) << c.file << " " << c.create;
+        EXPECT_EQ(loader.saveFile(), c.ok && !c.file.empty()) << c.file;
+    }
+    EXPECT_EQ(Scratch::read(scratch.path("missing.xml")), declaration);  // made by the save
+}
+
+TEST(Loader, AFailedLoadDropsTheDocument) {
+    Scratch scratch;
+    XMLLoader loader(scratch.write("f.xml", "<a>1</a>"));
+    ASSERT_TRUE(loader.loadFile(false));
+    std::remove(scratch.path("f.xml").c_str());
+    EXPECT_FALSE(loader.loadFile(false));
+    std::vector<std::string> values;
+    EXPECT_TRUE(loader.getVector("/a", values));
+    EXPECT_TRUE(values.empty());
+    EXPECT_FALSE(loader.saveFile());
+}
+
+TEST(Loader, SaveRewritesInUtf8WithIndentation) {
+    Scratch scratch;
+    std::string file = scratch.write(
+        "latin.xml", "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<a>\n      <b>\xe9</b></a>");
+    XMLLoader loader(file);
+    ASSERT_TRUE(loader.loadFile(false));
+    ASSERT_TRUE(loader.saveFile());
+    EXPECT_EQ(Scratch::read(file), declaration + "<a>\n  <b>\xc3\xa9</b>\n</a>\n");
+
+    const char xml[] = "<other/>";
+    ASSERT_TRUE(loader.loadArray(xml, sizeof xml - 1));
+    ASSERT_TRUE(loader.saveFile());  // to the loader's file, not to any name in the text
+    EXPECT_EQ(Scratch::read(file), declaration + "<other/>\n");
+    EXPECT_FALSE(loader.loadArray(xml, 0));
+    EXPECT_FALSE(loader.saveFile());
+    XMLLoader unnamed;
+    EXPECT_TRUE(unnamed.loadFile(true));
+    EXPECT_FALSE(unnamed.saveFile());
+}
+
+TEST(Loader, ReferenceCountStartsAndStopsTheLibraryOnce) {
+    std::uint32_t before = XMLLoaderImpl::references;
+    {
+        XMLLoader first, second("x");
+        XMLLoader copy(first);
+        EXPECT_EQ(XMLLoaderImpl::references, before + 3);
+        first = second;
+        EXPECT_EQ(XMLLoaderImpl::references, before + 3);
+    }
+    EXPECT_EQ(XMLLoaderImpl::references, before);
+    EXPECT_THROW(XMLLoader(static_cast<const char*>(nullptr)), std::logic_error);
+    EXPECT_EQ(XMLLoaderImpl::references, before);
+}
+
+// The loader's document as saved, with the declaration and the layout taken out.
+std::string saved(XMLLoader& loader, const Scratch& scratch) {
+    if (!loader.saveFile()) return "(not saved)";
+    std::string text = Scratch::read(scratch.path("out.xml")), compact;
+    for (std::size_t i = declaration.size(); i < text.size(); ++i) {
+        if (text[i] != '\n') {
+            compact += text[i];
+            continue;
+        }
+        while (i + 1 < text.size() && text[i + 1] == ' ')
+            ++i;
+    }
+    return compact;
+}
+
+TEST(Delete, ErasesWhatIsSelected) {
+    struct Case {
+        const char* xml;
+        const char* path;
+        bool ok;
+        const char* expected;
+    } cases[] = {
+        {"<a><b/></a>", "/a/x", false, "<a><b/></a>"},
+        {"<a><b/></a>", "count(/a)", false, "<a><b/></a>"},
+        {"<a><b><c/></b></a>", "/a/b", true, "<a/>"},
+        {"<a k=\"v\" m=\"w\"/>", "/a/@k", true, "<a m=\"w\"/>"},
+        {"<a>t<b/></a>", "/a/text()", true, "<a><b/></a>"},
+        {"<a><b/><b/><c/></a>", "/a/b", false, "<a><c/></a>"},
+        {"<a><b/></a>", "/a", true, ""},
+        {"<!DOCTYPE a [<!ENTITY e 'x'>]><!--c--><a>&e;</a><?p?>", "/", true, ""},
+        {"<a><b><b k=\"1\"/></b><b/></a>", "//b|//@k", false, "<a/>"},
+        {"<a><b><c/></b></a>", "//*", false, ""},
+        {"<a xmlns:p=\"u\"><b/></a>", "/a/namespace::p", true, "<a xmlns:p=\"u\"><b/></a>"},
+        {"<a xmlns:p=\"u\"><b xmlns:q=\"v\"/></a>", "//*|//namespace::*", false, ""},
+        {"<a/>", "/a[", false, "<a/>"},
+    };
+    Scratch scratch;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.xml) + "  " + c.path);
+        XMLLoader loader(scratch.path("out.xml"));
+        ASSERT_TRUE(loader.loadArray(c.xml, static_cast<unsigned int>(std::strlen(c.xml))));
+        EXPECT_EQ(loader.deletePath(c.path), c.ok);
+        EXPECT_EQ(saved(loader, scratch), c.expected);
+    }
+    XMLLoader none;
+    EXPECT_FALSE(none.deletePath("/a"));
+}
+
+TEST(Copy, CopiesAssignsAndComparesAsDocumented) {
+    Scratch scratch;
+    XMLLoader full(scratch.path("out.xml")), empty("other.xml"), none("x"), none2("y");
+    const char xml[] = "<a><b>1</b></a>";
+    ASSERT_TRUE(full.loadArray(xml, sizeof xml - 1));
+    ASSERT_TRUE(empty.loadFile(true));
+
+    XMLLoader copy(full);
+    EXPECT_TRUE(copy == full);
+    EXPECT_TRUE(none == none2);  // no documents: equal, whatever the names
+    EXPECT_FALSE(none == full);
+    EXPECT_FALSE(full == none);
+    XMLLoader noneCopy(none);
+    EXPECT_TRUE(noneCopy == none);
+    EXPECT_FALSE(empty == full);  // the argument's text, the longer one, bounds the comparison
+    EXPECT_TRUE(full == empty);   // the shorter text is a prefix of the other
+
+    XMLLoader assigned("elsewhere");
+    assigned = full;  // takes the name and the document's properties, not its content
+    EXPECT_EQ(saved(assigned, scratch), "");
+    EXPECT_TRUE(full == assigned);  // the argument's text bounds the comparison
+    EXPECT_FALSE(assigned == full);
+    assigned = assigned;
+    EXPECT_TRUE(full == assigned);
+
+    ASSERT_TRUE(copy.deletePath("/a/b"));  // the copy is deep: the source keeps its b
+    EXPECT_EQ(saved(full, scratch), "<a><b>1</b></a>");
+}
+
+}  // namespace
