@@ -1,12 +1,17 @@
 #include "xmlloader.h"
 
+#include <fcntl.h>
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 #include <libxml/xmlsave.h>
 #include <libxml/xpathInternals.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <unordered_map>
 
@@ -325,6 +330,91 @@ void eraseEntry(xmlNodeSetPtr set, int i, Overlaps& overlaps) {
     xmlFreeNode(node);
 }
 
+// ---- Saving: the whole text first, then the space for it, and only then the old bytes. ----
+
+// The serialised document, gathered in one block that grows in place.
+struct Text {
+    char* data = nullptr;
+    std::size_t size = 0, capacity = 0;
+    bool failed = false;
+    ~Text() { std::free(data); }
+
+    static int append(void* context, const char* bytes, int length) {
+        Text& text = *static_cast<Text*>(context);
+        std::size_t need = text.size + static_cast<std::size_t>(length);
+        if (need > text.capacity) {
+            std::size_t capacity = std::max(need, text.capacity ? text.capacity * 2 : 1 << 16);
+            char* grown = static_cast<char*>(std::realloc(text.data, capacity));
+            if (grown == nullptr) {
+                text.failed = true;
+                return -1;
+            }
+            text.data = grown;
+            text.capacity = capacity;
+        }
+        std::memcpy(text.data + text.size, bytes, static_cast<std::size_t>(length));
+        text.size = need;
+        return length;
+    }
+};
+
+// The same text as the library's formatted UTF-8 save to a file.
+bool serialise(xmlDocPtr doc, Text& text) {
+    xmlSaveCtxtPtr save =
+        xmlSaveToIO(Text::append, nullptr, &text, "UTF-8", XML_SAVE_FORMAT | XML_SAVE_AS_XML);
+    if (save == nullptr) return false;
+    bool dumped = xmlSaveDoc(save, doc) >= 0;
+    bool flushed = xmlSaveClose(save) >= 0;
+    return dumped && flushed && !text.failed && text.size > 0;
+}
+
+bool writeAll(int fd, const char* bytes, std::size_t size, off_t at) {
+    while (size > 0) {
+        ssize_t written = pwrite(fd, bytes, size, at);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) return false;
+        bytes += written;
+        size -= static_cast<std::size_t>(written);
+        at += written;
+    }
+    return true;
+}
+
+// Makes sure that size bytes fit in the file before any of its bytes change: within the
+// process's file size limit, and with the blocks allocated. Where the file system can't
+// allocate ahead, the file grows by zeros past its end, taken back if that fails.
+bool reserve(int fd, off_t oldSize, std::size_t size) {
+    struct rlimit limit;
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY &&
+        size > limit.rlim_cur)
+        return false;
+    if (fallocate(fd, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(size)) == 0) return true;
+    if (errno != EOPNOTSUPP && errno != ENOSYS) return false;
+    if (static_cast<off_t>(size) <= oldSize) return true;
+    std::vector<char> zeros(static_cast<std::size_t>(size) - static_cast<std::size_t>(oldSize));
+    if (writeAll(fd, zeros.data(), zeros.size(), oldSize)) return true;
+    if (ftruncate(fd, oldSize) != 0) return false;
+    return false;
+}
+
+// Overwrites the file in place (same inode, same permissions), or makes it.
+bool writeInPlace(const std::string& file, const Text& text) {
+    bool created = false;
+    int fd = open(file.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd < 0 && errno == ENOENT) {
+        fd = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        created = fd >= 0;
+    }
+    if (fd < 0) return false;
+    struct stat info;
+    bool ok = fstat(fd, &info) == 0 && reserve(fd, info.st_size, text.size) &&
+              writeAll(fd, text.data, text.size, 0) &&
+              ftruncate(fd, static_cast<off_t>(text.size)) == 0;
+    ok = close(fd) == 0 && ok;
+    if (!ok && created) unlink(file.c_str());  // a file that wasn't there stays missing
+    return ok;
+}
+
 // Nesting of set operations; paths deeper than any document the parser reads are refused
 // before they can exhaust the stack.
 unsigned int setDepth = 0;
@@ -451,7 +541,12 @@ bool XMLLoader::saveFile() const {
     auto log = logger.getFunctor<Logger::Id>("saveFile");
     XLOG(log, LOG_TRACE, "Saving file: " + impl->filename);
     xmlKeepBlanksDefault(0);
-    return xmlSaveFormatFileEnc(impl->filename.c_str(), impl->doc, "UTF-8", 1) > 0;
+    if (impl->doc == nullptr) return false;
+    // A compressed file is written back compressed, which only the library's own save does.
+    if (impl->doc->compression > 0)
+        return xmlSaveFormatFileEnc(impl->filename.c_str(), impl->doc, "UTF-8", 1) > 0;
+    Text text;
+    return serialise(impl->doc, text) && writeInPlace(impl->filename, text);
 }
 
 // ---------------------------------------------------------------- reading

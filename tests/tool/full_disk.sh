@@ -1,0 +1,31 @@
+#!/bin/sh
+# A save that can't fit (a full file system, a file size limit) fails before the old
+# file's bytes change: "Could not save file", status 1, the old bytes intact.
+# Usage: full_disk.sh <xpath binary>. Exits 77 (skipped) where no file system can be mounted.
+set -u
+xpath=$1
+dir=$(mktemp -d)
+trap 'umount "$dir/fs" 2>/dev/null; rm -rf "$dir"' EXIT
+big=$(head -c 20000 /dev/zero | tr '\0' x)
+
+expect_kept() {  # <file> <what>
+    status=$?
+    if [ "$status" != 1 ] || [ "$(cat "$dir/err")" != "Could not save file" ] ||
+        ! cmp -s "$1" "$dir/before"; then
+        echo "$2: status $status, stderr '$(cat "$dir/err")', file now: $(head -c 80 "$1")"
+        exit 1
+    fi
+}
+
+printf '<a><b>old</b></a>' > "$dir/before"
+cp "$dir/before" "$dir/limited.xml"
+(ulimit -f 4 && exec "$xpath" "$dir/limited.xml" /a/b "$big") 2> "$dir/err"
+expect_kept "$dir/limited.xml" "file size limit"
+
+mkdir "$dir/fs"
+mount -t tmpfs -o size=256k none "$dir/fs" 2> /dev/null || { echo "no tmpfs here"; exit 77; }
+cp "$dir/before" "$dir/fs/f.xml"
+dd if=/dev/zero of="$dir/fs/filler" bs=4k 2> /dev/null  # until the file system is full
+"$xpath" "$dir/fs/f.xml" /a/b "$big" 2> "$dir/err"
+expect_kept "$dir/fs/f.xml" "full file system"
+echo "old bytes kept"
