@@ -330,6 +330,26 @@ void eraseEntry(xmlNodeSetPtr set, int i, Overlaps& overlaps) {
     xmlFreeNode(node);
 }
 
+// The options under which the library's reading calls build the same tree as its plain
+// parse under the process-wide settings, with names shared in the document's dictionary and
+// short texts kept inside their nodes: the same tree, built faster and smaller.
+int leanParseOptions() {
+    int options = XML_PARSE_COMPACT;
+    if (!xmlKeepBlanksDefaultValue) options |= XML_PARSE_NOBLANKS;
+    if (xmlSubstituteEntitiesDefaultValue) options |= XML_PARSE_NOENT;
+    if (xmlLoadExtDtdDefaultValue) options |= XML_PARSE_DTDLOAD;
+    if (xmlDoValidityCheckingDefaultValue) options |= XML_PARSE_DTDVALID;
+    if (xmlPedanticParserDefaultValue) options |= XML_PARSE_PEDANTIC;
+    return options;
+}
+
+// The plain parse of a file marks a compressed one for the strongest compression on save.
+xmlDocPtr readFile(const std::string& file) {
+    xmlDocPtr doc = xmlReadFile(file.c_str(), nullptr, leanParseOptions());
+    if (doc && doc->compression > 0) doc->compression = 9;
+    return doc;
+}
+
 // ---- Saving: the whole text first, then the space for it, and only then the old bytes. ----
 
 // The serialised document, gathered in one block that grows in place.
@@ -520,7 +540,7 @@ bool XMLLoader::loadFile(bool create) {
     impl->doc = nullptr;
     struct stat info;
     if (stat(impl->filename.c_str(), &info) == 0) {
-        impl->doc = xmlParseFile(impl->filename.c_str());
+        impl->doc = readFile(impl->filename);
     } else {
         if (!create) return false;
         XLOG(log, LOG_TRACE, "File not found, initialising empty file");
@@ -533,7 +553,7 @@ bool XMLLoader::loadArray(const char* buffer, unsigned int size) {
     auto log = logger.getFunctor<Logger::Id>("loadArray");
     XLOG(log, LOG_TRACE, "Loading array...");
     xmlFreeDoc(impl->doc);
-    impl->doc = xmlParseMemory(buffer, static_cast<int>(size));
+    impl->doc = xmlReadMemory(buffer, static_cast<int>(size), nullptr, nullptr, leanParseOptions());
     return impl->doc != nullptr;
 }
 
