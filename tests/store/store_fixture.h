@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "../common/table.h"
 #include "xmlloader.h"
 
 // A document from XML text (or an empty one for ""), and its root as compact text.
