@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "../common/table.h"
 #include "xstring.h"
 
 namespace {
@@ -68,20 +69,14 @@ TEST(XString, EmptyValuesAreEqualPairwise) {
 }
 
 TEST(XString, Rfind) {
-    struct Case {
-        const char* text;
-        const char* needle;
-        unsigned long pos, expected;
-    } cases[] = {
-        {"abc", "b", npos, 1},   {"abc", "b", 1, 1},          {"abc", "b", 100, 1},
-        {"abc", "b", 0, npos},   {"abc", "", npos, 3},        {"abc", "", 1, 1},
-        {nullptr, "", npos, 0},  {nullptr, "a", npos, npos},  {"abcb", "bc", 1, 1},
-        {"a/b/c", "/", npos, 3}, {"abc", "abcd", npos, npos}, {"abc", nullptr, 2, 2},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::string(c.text ? c.text : "(none)") + " / " +
-                     (c.needle ? c.needle : "null"));
-        EXPECT_EQ(XString(c.text).rfind(c.needle, c.pos), c.expected);
+    for (const Row& row : readTable("xstring.tsv")) {
+        auto value = [](const std::string& field) -> const char* {
+            return field == "(none)" ? nullptr : field == "''" ? "" : field.c_str();
+        };
+        unsigned long pos = row[2] == "npos" ? npos : std::stoul(row[2]);
+        unsigned long expected = row[3] == "not found" ? npos : std::stoul(row[3]);
+        EXPECT_EQ(XString(value(row[0])).rfind(value(row[1]), pos), expected)
+            << row[0] << " " << row[1] << " " << row[2];
     }
 }
 
