@@ -1,0 +1,125 @@
+// Set paths made of the pieces of the set-side path language and of what lies just outside
+// it, with one to three values and flags, on small documents; then the store's save and a
+// load of the saved file as the tool would load it. Whatever the set answers, the document
+// it leaves saves to a file that parses again.
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+#include "common.h"
+
+namespace {
+
+const char* const documents[] = {
+    "",  // a file that isn't there: an empty document
+    "<a/>",
+    "<a><b/></a>",
+    "<a><b>1</b><c>2</c></a>",
+    "<a><b>1</b><b>2</b><b>3</b></a>",
+    "<a k=\"old\" m=\"1\"/>",
+    "<a><b id=\"1\"/><b id=\"2\"><c>x</c></b></a>",
+    "<a><b><c>2</c><d/></b></a>",
+    "<a><b><b k=\"1\"/></b><b/></a>",
+    "<a><p/><p><b>1</b></p></a>",
+    "<a><!--c--><?p d?><![CDATA[x]]>t</a>",
+    "<a xmlns:p=\"u\"><b xmlns:q=\"v\"><c/></b></a>",
+    "<project xmlns=\"urn:x\"><version>1</version></project>",
+    "<!DOCTYPE a [<!ENTITY e 'x'>]><!--c--><a>&e;<b/></a><?p?>",
+    "<!DOCTYPE a [<!ATTLIST a k CDATA 'd'>]><a/>",
+    "<r><a/><a/></r>",
+};
+
+const char* const pieces[] = {
+    "/", "/", "/", "//", "a", "b", "c", "d", "p", "r", "@id", "@k", "@m", "@*", "*",
+    "[c=\"1\"]", "[@id=\"2\"]", "[@id=\"1\"]", "[c=1]", "[c='x']", "[@k='v']", "[c=x]",
+    "[@p=\"c/d\"]", "[@v=\"p=q\"]", "[ c = \" x \" ]", "[c=\"\"]", "[=x]", "[a!=\"x\"]",
+    "[@x=\"1\" and @y=\"2\"]", "[1]", "[2]", "[last()]", "[]", "[", "]", "=", "\"", "'",
+    "text()", "comment()", "node()", "processing-instruction()", "namespace::*",
+    "namespace::p", "p:a", "..", ".", "self::node()", "following-sibling::*", "ancestor::*",
+    "|", "count(", "string(", "concat(", ")", ",", " ", "1", "x", "-", "\xc3\xa9", "\x01",
+    "\xff", "0x", ":",
+};
+
+const char* const values[] = {
+    "v", "", "1", "a&amp;b", "Tom & Jerry &x; &#1;", "&e;", "&lt;", "&#x10FFFF;", "&#xD800;",
+    "x/y=z", "\"q'", "--", "x-", "?>", "]]>", "<b/>", "\x01", "\xc3\xa9", "\xed\xa0\x80",
+    "\xff", "line\nbreak", "\t", "\r",
+};
+
+template <std::size_t N>
+const char* pick(FuzzedDataProvider& in, const char* const (&list)[N]) {
+    return list[in.ConsumeIntegralInRange<std::size_t>(0, N - 1)];
+}
+
+// Mostly from the list; now and then a few raw bytes.
+template <std::size_t N>
+std::string piece(FuzzedDataProvider& in, const char* const (&list)[N]) {
+    if (in.ConsumeIntegralInRange(0, 7) == 0) return in.ConsumeRandomLengthString(6);
+    return pick(in, list);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    fuzz::setUp();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    FuzzedDataProvider in(data, size);
+    std::string document =
+        in.ConsumeIntegralInRange(0, 7) == 0 ? in.ConsumeRandomLengthString(64) : pick(in, documents);
+
+    std::string path = in.ConsumeBool() ? "/" : "";
+    for (int n = in.ConsumeIntegralInRange(1, 8); n > 0; --n)
+        path += piece(in, pieces);
+
+    std::vector<XString> texts;
+    std::vector<bool> flags;
+    for (int n = in.ConsumeIntegralInRange(1, 3); n > 0; --n) {
+        std::string value = piece(in, values);
+        texts.push_back(value.empty() && in.ConsumeBool() ? XString() : XString(value));
+        flags.push_back(in.ConsumeIntegralInRange(0, 3) != 0);
+    }
+
+    XMLLoader loader(fuzz::scratchFile());
+    if (document.empty()) {
+        unlink(fuzz::scratchFile().c_str());
+        if (!loader.loadFile(true)) fuzz::broken("no empty document for a missing file");
+    } else if (!loader.loadArray(document.data(), static_cast<unsigned int>(document.size()))) {
+        return 0;
+    }
+
+    std::string& shown = fuzz::current();
+    shown = "document: " + document + "\npath: " + path + "\nvalues:";
+    for (std::size_t i = 0; i < texts.size(); ++i)
+        shown += std::string(" [") + (texts[i].blank() ? "(none)" : texts[i].stringValue("")) +
+                 "]" + (flags[i] ? "T" : "F");
+    const bool set = loader.setOrCreateVectorImpl(XString(path), texts, flags);
+    std::vector<std::string> read;
+    loader.getVector("//node()|//@*|//namespace::*", read);
+
+    // A document with no root saves as a declaration alone, which doesn't parse. A set that
+    // worked leaves a root, unless it had nothing to do on an empty document.
+    std::vector<std::string> roots;
+    loader.getVector("/*", roots);
+    if (roots.empty()) {
+        const bool asked = std::find(flags.begin(), flags.end(), true) != flags.end();
+        // Known, left to the Regression tests: the root erased as a node in surplus.
+        if (set && !document.empty()) return 0;
+        if (set && asked) fuzz::broken("a set that worked left no root");
+        return 0;
+    }
+    const fuzz::Saved saved = fuzz::saveAndReload(loader);
+    if (saved == fuzz::Saved::refused && set)
+        fuzz::broken("a document that a set made can't be saved");
+    if (saved == fuzz::Saved::unreadable) {
+        // Known, left to the Regression tests: names that aren't UTF-8 taken as names.
+        if (!xmlCheckUTF8(XString(path))) return 0;
+        fuzz::broken(set ? "the file saved after a set that worked doesn't parse"
+                         : "the file saved after a refused set doesn't parse");
+    }
+    return 0;
+}
