@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 
@@ -67,16 +68,42 @@ std::string withFile(const std::string& text, const std::string& file) {
     return out;
 }
 
-TEST(Tool, Runs) {
-    for (const Row& row : readTable("tool.tsv")) {
+// "(deep N)": N nested elements around "v"; "(text N)": an element holding N bytes of text.
+std::string expand(const std::string& before) {
+    int n = 0;
+    if (std::sscanf(before.c_str(), "(deep %d)", &n) == 1) {
+        std::string open, close;
+        for (int i = 0; i < n; ++i)
+            open += "<d>", close += "</d>";
+        return open + "v" + close;
+    }
+    if (std::sscanf(before.c_str(), "(text %d)", &n) == 1)
+        return "<a k=\"1\">" + std::string(static_cast<std::size_t>(n), 'x') + "</a>";
+    return before;
+}
+
+// An argument "P" is a pipe that holds the text of "before", read as /dev/fd/N.
+void runTable(const char* table) {
+    for (Row row : readTable(table)) {
         SCOPED_TRACE(row[0]);
+        row[1] = expand(row[1]);
         char name[] = "/tmp/xpath-tool-XXXXXX";
         std::string dir = mkdtemp(name), file = dir + "/f.xml";
-        if (row[1] != "(absent)") std::ofstream(file, std::ios::binary) << row[1];
         std::vector<std::string> args{XPATH_BINARY};
-        for (const std::string& a : parts(row[2]))
-            args.push_back(withFile(a, file));
+        int piped[2] = {-1, -1};
+        for (const std::string& a : parts(row[2])) {
+            if (a == "P" && pipe(piped) == 0) {
+                EXPECT_EQ(write(piped[1], row[1].data(), row[1].size()), ssize_t(row[1].size()));
+                close(piped[1]);
+                args.push_back("/dev/fd/" + std::to_string(piped[0]));
+                row[1] = "(absent)";
+            } else {
+                args.push_back(withFile(a, file));
+            }
+        }
+        if (row[1] != "(absent)") std::ofstream(file, std::ios::binary) << row[1];
         Result r = run(args, dir);
+        if (piped[0] >= 0) close(piped[0]);
         EXPECT_EQ(r.out, row[3]);
         std::string errEnd = withFile(row[4], file);
         EXPECT_TRUE(r.err.size() >= errEnd.size() &&
@@ -89,6 +116,15 @@ TEST(Tool, Runs) {
         EXPECT_EQ(readFile(file), row[6] == "=" ? row[1] : row[6]);
         std::system(("rm -rf '" + dir + "'").c_str());
     }
+}
+
+TEST(Tool, Runs) {
+    runTable("tool.tsv");
+}
+
+// Found by fuzzing and failing today; enabled once the store is fixed.
+TEST(Regression, DISABLED_ToolRuns) {
+    runTable("tool_regression.tsv");
 }
 
 }  // namespace
