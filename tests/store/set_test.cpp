@@ -11,8 +11,8 @@ void expectRoot(const Doc& doc, const std::string& before, const std::string& ex
     }
 }
 
-TEST(Set, FitsTheDocumentToThePathAndValues) {
-    for (const Row& row : readTable("set.tsv")) {
+void fitsTable(const char* table) {
+    for (const Row& row : readTable(table)) {
         SCOPED_TRACE(row[0] + "  " + row[1] + "  " + row[2]);
         Doc doc(row[0].c_str());
         std::string before = doc.text();
@@ -25,6 +25,15 @@ TEST(Set, FitsTheDocumentToThePathAndValues) {
         EXPECT_EQ(doc.impl.setOrCreateVector(XString(row[1]), values, flags), row[4] == "true");
         expectRoot(doc, before, row[5]);
     }
+}
+
+TEST(Set, FitsTheDocumentToThePathAndValues) {
+    fitsTable("set.tsv");
+}
+
+// Found by fuzzing and failing today; enabled once the store is fixed.
+TEST(Regression, DISABLED_Set) {
+    fitsTable("set_regression.tsv");
 }
 
 TEST(Set, PathsTooDeepToReadBackAreRefused) {
