@@ -1,0 +1,108 @@
+// libxml2's allocator fails its Nth call, for every N, across a read and a set of a small
+// file as the tool makes them (start, load, read, set, save, stop). Each run either fails,
+// leaving the file as it was, or gives what a run without failures gives.
+// A binary of its own: the allocator is installed for the whole process before libxml2 starts.
+#include <gtest/gtest.h>
+#include <libxml/xmlmemory.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include <unistd.h>
+
+#include "xmlloader.h"
+
+namespace {
+
+long left = -1;  // allocations that still succeed; -1: all of them
+bool failed = false;
+
+bool failNow() {
+    if (left < 0) return false;
+    if (left-- > 0) return false;
+    failed = true;
+    return true;
+}
+void* tryMalloc(std::size_t n) { return failNow() ? nullptr : std::malloc(n); }
+void* tryRealloc(void* p, std::size_t n) { return failNow() ? nullptr : std::realloc(p, n); }
+char* tryStrdup(const char* s) { return failNow() ? nullptr : strdup(s); }
+
+void quiet(void*, const char*, ...) {}
+const bool installed = xmlMemSetup(std::free, tryMalloc, tryRealloc, tryStrdup) == 0 &&
+                       (xmlSetGenericErrorFunc(nullptr, quiet), true);
+
+std::string contents(const std::string& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::stringstream all;
+    all << in.rdbuf();
+    return all.str();
+}
+
+const char* const original =
+    "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n"
+    "<!DOCTYPE a [<!ENTITY e \"\xe9\">]>\n"
+    "<a k=\"1\"><b>x &e;</b><b>y<!--c--><i>z</i></b></a>\n";
+
+// One run of the tool: read mode gives the values, set mode the file afterwards. False when
+// any step fails.
+bool run(const std::string& file, const char* path, const char* value, std::string& out) {
+    XMLLoader loader(file);
+    std::vector<std::string> values;
+    if (!loader.loadFile(value != nullptr) || !loader.getVector(path, values)) return false;
+    out.clear();
+    for (const std::string& v : values)
+        out += v + "|";
+    if (value == nullptr) return true;
+    if (!loader.setOrCreateVector(path, std::vector<std::string>{value}) || !loader.saveFile())
+        return false;
+    out = contents(file);
+    return true;
+}
+
+// Disabled until the store copes; what fails today (see the fuzzing notes for the lead):
+// libxml2 2.9.14's xmlXPathEval crashes when its value stack can't be allocated; a parse cut
+// short by a failed allocation is taken as the whole document and saved over the file; a
+// failed count makes the parent "missing", and making it wipes the existing parent's
+// children; values read or written come out empty; the save drops the internal subset.
+TEST(AllocationFailure, DISABLED_EveryFailureIsCleanOrHarmless) {
+    ASSERT_TRUE(installed);
+    char dir[] = "/tmp/xpath-alloc-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string file = std::string(dir) + "/f.xml";
+    const struct {
+        const char* path;
+        const char* value;
+    } runs[] = {{"/a/b", nullptr}, {"/a/c[@id=\"2\"]/d", "v &amp; w"}, {"/a/b[2]", "new"}};
+    for (const auto& r : runs) {
+        std::ofstream(file, std::ios::binary) << original;
+        std::string expected, out;
+        left = -1;
+        ASSERT_TRUE(run(file, r.path, r.value, expected)) << r.path;
+        long n = 0;
+        for (;; ++n) {
+            std::ofstream(file, std::ios::binary) << original;
+            left = n;
+            failed = false;
+            bool ok = run(file, r.path, r.value, out);
+            left = -1;
+            if (!failed) break;  // every allocation of the run was tried
+            if (ok) {
+                EXPECT_EQ(out, expected) << r.path << ": allocation " << n << " failed";
+            } else if (r.value) {
+                EXPECT_EQ(contents(file), original) << r.path << ": allocation " << n << " failed";
+            }
+        }
+        EXPECT_GT(n, 50) << r.path;  // the runs do allocate through libxml2
+    }
+    std::remove(file.c_str());
+    rmdir(dir);
+}
+
+}  // namespace
+
+// Under the sanitizers: full stacks, so that what libxml2's XPath engine itself loses when an
+// allocation fails can be told from the store's own leaks.
+extern "C" const char* __asan_default_options() { return "fast_unwind_on_malloc=0"; }
+extern "C" const char* __lsan_default_suppressions() { return "leak:xmlXPathEval\n"; }
