@@ -43,14 +43,52 @@ void freeEval(xmlXPathObjectPtr& obj, xmlXPathContextPtr& ctx) {
     ctx = nullptr;
 }
 
+// libxml2 reports many failed allocations only through its last error, and carries on with a
+// shorter text, a lost child or an empty value. The outermost store operation clears that
+// error; every operation fails if memory ran out on the way.
+class MemoryWatch {
+  public:
+    MemoryWatch() {
+        if (depth++ == 0) xmlResetLastError();
+    }
+    ~MemoryWatch() { --depth; }
+    static bool ranOut() {
+        const xmlError* last = xmlGetLastError();
+        return last && last->code == XML_ERR_NO_MEMORY;
+    }
+    bool ok(bool result) const { return result && !ranOut(); }
+
+  private:
+    static int depth;
+};
+int MemoryWatch::depth = 0;
+
+// xmlXPathEvalExpression, with the value stack made up front: libxml2 2.9 frees its context
+// and writes through a null stack when it fails to make the stack itself.
+xmlXPathObjectPtr evaluate(const xmlChar* path, xmlXPathContextPtr ctx) {
+    xmlXPathParserContextPtr parser = xmlXPathNewParserContext(path, ctx);
+    if (parser == nullptr) return nullptr;
+    xmlXPathObjectPtr result = nullptr;
+    const int slots = 10;
+    parser->valueTab =
+        static_cast<xmlXPathObjectPtr*>(xmlMalloc(slots * sizeof(xmlXPathObjectPtr)));
+    if (parser->valueTab != nullptr) {
+        parser->valueMax = slots;
+        xmlXPathEvalExpr(parser);
+        if (parser->error == XPATH_EXPRESSION_OK) result = valuePop(parser);
+    }
+    xmlXPathFreeParserContext(parser);
+    return result;
+}
+
 unsigned int nodeCount(xmlXPathObjectPtr obj) {
     return obj && obj->nodesetval ? static_cast<unsigned int>(obj->nodesetval->nodeNr) : 0;
 }
 
 // The value of a node that is not a text node: the content of each child, with one blank
 // between siblings. Built in one growing buffer: joining by += would copy the whole text
-// once per child.
-XString childrenValue(xmlNodePtr node) {
+// once per child. ok turns false when the buffer can't be had.
+XString childrenValue(xmlNodePtr node, bool& ok) {
     xmlNodePtr child = node->children;
     if (child == nullptr) return XString();
     if (child->next == nullptr) {
@@ -79,23 +117,26 @@ XString childrenValue(xmlNodePtr node) {
         }
         xmlFree(content);
     }
+    ok = ok && buffer != nullptr;
     XString value(buffer, true);
     value.length();
     return value;
 }
 
-XString nodeValue(xmlNodePtr node) {
+XString nodeValue(xmlNodePtr node, bool& ok) {
     // A namespace node is a different record: its links are not children and siblings.
     if (node->type == XML_NAMESPACE_DECL) return XString(reinterpret_cast<xmlNsPtr>(node)->href);
     if (xmlNodeIsText(node)) return XString(xmlNodeGetContent(node), true);
-    return childrenValue(node);
+    return childrenValue(node, ok);
 }
 
 // ---- What the set side may write: names and text that parse again once saved. ----
 
+// The library's name check decodes any byte as a lead byte, so the bytes are checked first.
+bool validText(const XString& text);
 bool validName(const XString& name) {
     unsigned long n = name.length();
-    return n > 0 && n <= XML_MAX_NAME_LENGTH && xmlValidateNCName(name, 0) == 0;
+    return n > 0 && n <= XML_MAX_NAME_LENGTH && validText(name) && xmlValidateNCName(name, 0) == 0;
 }
 
 bool xmlChar32(unsigned int c) {
@@ -343,9 +384,18 @@ int leanParseOptions() {
     return options;
 }
 
+// A parse that ran out of memory can end early and still hand back a document: refused.
+xmlDocPtr whole(xmlDocPtr doc) {
+    if (doc && (MemoryWatch::ranOut() || xmlDocGetRootElement(doc) == nullptr)) {
+        xmlFreeDoc(doc);
+        return nullptr;
+    }
+    return doc;
+}
+
 // The plain parse of a file marks a compressed one for the strongest compression on save.
 xmlDocPtr readFile(const std::string& file) {
-    xmlDocPtr doc = xmlReadFile(file.c_str(), nullptr, leanParseOptions());
+    xmlDocPtr doc = whole(xmlReadFile(file.c_str(), nullptr, leanParseOptions()));
     if (doc && doc->compression > 0) doc->compression = 9;
     return doc;
 }
@@ -535,6 +585,7 @@ Logger& XMLLoader::getLogger() {
 
 bool XMLLoader::loadFile(bool create) {
     auto log = logger.getFunctor<Logger::Id>("loadFile");
+    MemoryWatch watch;
     XLOG(log, LOG_TRACE, "Loading file " + impl->filename);
     xmlFreeDoc(impl->doc);
     impl->doc = nullptr;
@@ -551,14 +602,17 @@ bool XMLLoader::loadFile(bool create) {
 
 bool XMLLoader::loadArray(const char* buffer, unsigned int size) {
     auto log = logger.getFunctor<Logger::Id>("loadArray");
+    MemoryWatch watch;
     XLOG(log, LOG_TRACE, "Loading array...");
     xmlFreeDoc(impl->doc);
-    impl->doc = xmlReadMemory(buffer, static_cast<int>(size), nullptr, nullptr, leanParseOptions());
+    impl->doc =
+        whole(xmlReadMemory(buffer, static_cast<int>(size), nullptr, nullptr, leanParseOptions()));
     return impl->doc != nullptr;
 }
 
 bool XMLLoader::saveFile() const {
     auto log = logger.getFunctor<Logger::Id>("saveFile");
+    MemoryWatch watch;
     XLOG(log, LOG_TRACE, "Saving file: " + impl->filename);
     xmlKeepBlanksDefault(0);
     if (impl->doc == nullptr) return false;
@@ -566,7 +620,7 @@ bool XMLLoader::saveFile() const {
     if (impl->doc->compression > 0)
         return xmlSaveFormatFileEnc(impl->filename.c_str(), impl->doc, "UTF-8", 1) > 0;
     Text text;
-    return serialise(impl->doc, text) && writeInPlace(impl->filename, text);
+    return watch.ok(serialise(impl->doc, text)) && writeInPlace(impl->filename, text);
 }
 
 // ---------------------------------------------------------------- reading
@@ -592,7 +646,12 @@ bool XMLLoaderImpl::evalToContextAndObj(const XString& path, xmlXPathContextPtr&
             return false;
         }
     }
-    obj = xmlXPathEvalExpression(path, ctx);
+    MemoryWatch watch;
+    obj = evaluate(path, ctx);
+    if (obj != nullptr && !watch.ok(true)) {  // a node set that may lack nodes
+        xmlXPathFreeObject(obj);
+        obj = nullptr;
+    }
     if (obj == nullptr) {
         XLOG(log, LOG_ERROR, "Failed to evaluate expression " + str(path));
         xmlXPathFreeContext(ctx);
@@ -604,18 +663,20 @@ bool XMLLoaderImpl::evalToContextAndObj(const XString& path, xmlXPathContextPtr&
 
 unsigned int XMLLoaderImpl::countNodes(const XString& path) const {
     auto log = logger.getFunctor<Logger::Id>("countNodes");
+    MemoryWatch watch;
     XLOG(log, LOG_TRACE, "Counting: " + str(path));
     xmlXPathContextPtr ctx = nullptr;
     xmlXPathObjectPtr obj = nullptr;
     if (!evalToContextAndObj(path, ctx, obj)) return 0;
     unsigned int count = nodeCount(obj);
     freeEval(obj, ctx);
-    return count;
+    return watch.ok(true) ? count : 0;
 }
 
 bool XMLLoaderImpl::getVector(const XString& path, std::vector<XString>& values,
                               unsigned int max) const {
     auto log = logger.getFunctor<Logger::Id>("getVector");
+    MemoryWatch watch;
     XLOG(log, LOG_TRACE, "getVector: " + str(path));
     xmlXPathContextPtr ctx = nullptr;
     xmlXPathObjectPtr obj = nullptr;
@@ -624,7 +685,7 @@ bool XMLLoaderImpl::getVector(const XString& path, std::vector<XString>& values,
     if (max != 0 && max < count) count = max;
     values.reserve(values.size() + count);  // one allocation: values are never moved about
     bool ok = true;
-    for (unsigned int i = 0; i < count; ++i) {
+    for (unsigned int i = 0; i < count && ok; ++i) {
         xmlNodePtr node = obj->nodesetval->nodeTab[i];
         if (node == nullptr) {
             XLOG(log, LOG_ERROR,
@@ -632,10 +693,10 @@ bool XMLLoaderImpl::getVector(const XString& path, std::vector<XString>& values,
             ok = false;
             break;
         }
-        values.push_back(nodeValue(node));
+        values.push_back(nodeValue(node, ok));
     }
     freeEval(obj, ctx);
-    return ok;
+    return watch.ok(ok);
 }
 
 // ---------------------------------------------------------------- path splitting
@@ -704,13 +765,21 @@ bool XMLLoaderImpl::splitCondition(const XString& path, XString& node, XString& 
 // ---------------------------------------------------------------- creating and setting
 
 bool XMLLoaderImpl::createNode(const XString& path) {
+    return makeNode(path, false);
+}
+
+// missing: the caller found that path selects nothing, so what the plain branch finds there
+// can't be a node to overwrite: an evaluation that failed without saying so (libxml2 does
+// this when memory runs out) would otherwise have the existing node emptied.
+bool XMLLoaderImpl::makeNode(const XString& path, bool missing) {
     auto log = logger.getFunctor<Logger::Id>("createNode");
+    MemoryWatch watch;
     XLOG(log, LOG_TRACE, "Creating node: " + str(path));
     XString nodePath, name, value;
     if (!splitCondition(path, nodePath, name, value)) {
         std::vector<XString> blank(1);
         std::vector<bool> flags(1, true);
-        if (!setOrCreateVector(path, blank, flags)) return false;
+        if (!setOrCreate(path, blank, flags, false, missing)) return false;
         return countNodes(path) == 1;
     }
     XLOG(log, LOG_TRACE, "--node is conditional");
@@ -733,7 +802,7 @@ bool XMLLoaderImpl::createNode(const XString& path) {
         XLOG(log, LOG_TRACE, "--creating parent of conditional node");
         std::vector<XString> blank(1);
         std::vector<bool> flags(1, true);
-        bool made = setOrCreateVector(parent, blank, flags);
+        bool made = setOrCreate(parent, blank, flags, false, true);
         if (!made || countNodes(parent) != 1) {
             XLOG(log, LOG_ERROR, "--failed to create parent: " + str(parent));
             return false;
@@ -759,17 +828,19 @@ bool XMLLoaderImpl::createNode(const XString& path) {
     if (!result)
         XLOG(log, LOG_ERROR, "Failed to create child node:" + str(name) + "=" + str(value));
     freeEval(obj, ctx);
-    return result;
+    return watch.ok(result);
 }
 
 bool XMLLoaderImpl::setOrCreateVector(const XString& path, const std::vector<XString>& values,
                                       const std::vector<bool>& flags) {
-    return setOrCreate(path, values, flags, false);
+    MemoryWatch watch;
+    return watch.ok(setOrCreate(path, values, flags, false, false));
 }
 
 // retry: the second pass after the parent was made; the parent isn't made a second time.
+// missing: path was found to select nothing (see makeNode).
 bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>& values,
-                                const std::vector<bool>& flags, bool retry) {
+                                const std::vector<bool>& flags, bool retry, bool missing) {
     auto log = logger.getFunctor<Logger::Id>("setOrCreateVector");
     SetDepth depth;
     if (doc == nullptr || values.size() != flags.size() || depth.tooDeep()) {
@@ -787,7 +858,8 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
         XLOG(log, LOG_ERROR, "Path names no node to set: " + str(path));
         return false;
     }
-    if (splitCondition(path, parent, condName, condValue)) {
+    const bool conditional = splitCondition(path, parent, condName, condValue);
+    if (conditional) {
         bool made = createNode(path);
         go = go && made;
     }
@@ -801,7 +873,7 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
         XLOG(log, LOG_TRACE, "Creating or removing parent nodes for " + str(path));
         std::vector<XString> blanks(wanted);
         std::vector<bool> all(wanted, true);
-        go = setOrCreate(parent, blanks, all, false);
+        go = setOrCreate(parent, blanks, all, false, false);
         if (countNodes(parent) != wanted) {
             XLOG(log, LOG_ERROR, "Attempt to adjust parent nodes for " + str(path) + " failed");
             return false;
@@ -812,6 +884,11 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
     xmlXPathObjectPtr obj = nullptr;
     if (go) go = evalToContextAndObj(path, ctx, obj);
     unsigned int found = go ? nodeCount(obj) : 0;
+    if (missing && !conditional && found > 0) {
+        XLOG(log, LOG_ERROR, "Node to make is there already: " + str(path));
+        freeEval(obj, ctx);
+        return false;
+    }
 
     if (go && found == 0 && !attribute && !(parentHasText && countNodes(parent) != 0)) {
         freeEval(obj, ctx);
@@ -820,8 +897,8 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
                 XLOG(log, LOG_ERROR, "--failed to create parent: " + str(parent));
                 return false;
             }
-            if (!createNode(parent)) return false;
-            return setOrCreate(path, values, flags, true);
+            if (!makeNode(parent, true)) return false;
+            return setOrCreate(path, values, flags, true, missing);
         }
         // The path names the root element; a document has one, and it is never replaced.
         if (xmlDocGetRootElement(doc)) {
@@ -864,6 +941,16 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
         if (!result) XLOG(log, LOG_ERROR, "Value can't be stored in " + str(path));
         freeEval(obj, ctx);
         return result;
+    }
+
+    // The root element is never erased: a document without one doesn't parse again.
+    xmlNodePtr root = xmlDocGetRootElement(doc);
+    for (unsigned int i = attribute ? 0 : wanted; go && root && i < found; ++i) {
+        if (set->nodeTab[i] == root) {
+            log(LOG_ERROR, "Attempt to remove the root node!");
+            freeEval(obj, ctx);
+            return false;
+        }
     }
 
     Overlaps overlaps(set);
@@ -948,6 +1035,7 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
 
 bool XMLLoader::deletePath(const std::string& path) {
     auto log = logger.getFunctor<Logger::Id>("deletePath");
+    MemoryWatch watch;
     XString xpath(path);
     XLOG(log, LOG_TRACE, "Erasing: " + path);
     xmlXPathContextPtr ctx = nullptr;
@@ -961,5 +1049,5 @@ bool XMLLoader::deletePath(const std::string& path) {
             eraseEntry(obj->nodesetval, at, overlaps);
     }
     freeEval(obj, ctx);
-    return count == 1;
+    return watch.ok(count == 1);
 }

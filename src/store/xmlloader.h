@@ -50,8 +50,9 @@ class XMLLoaderImpl : public Object {
     static Logger logger;
 
   private:
+    bool makeNode(const XString& path, bool missing);
     bool setOrCreate(const XString& path, const std::vector<XString>& values,
-                     const std::vector<bool>& flags, bool retry);
+                     const std::vector<bool>& flags, bool retry, bool missing);
 };
 
 class XMLLoader : public Object {
@@ -96,19 +97,19 @@ namespace xmlloader_detail {
 
 // The text form of a value: its stream output, with a direct way for strings.
 template <class T>
-XString toXString(const T& value) {
+std::string textOf(const T& value) {
     std::ostringstream out;
     out << value;
-    return XString(out.str());
+    return out.str();
 }
-inline XString toXString(const std::string& value) {
-    return XString(value);
+inline const std::string& textOf(const std::string& value) {
+    return value;
 }
-inline XString toXString(const char* value) {
-    return value ? XString(std::string(value)) : XString(std::string());
+inline std::string textOf(const char* value) {
+    return value ? value : "";
 }
-inline XString toXString(char* value) {
-    return toXString(static_cast<const char*>(value));
+inline std::string textOf(char* value) {
+    return textOf(static_cast<const char*>(value));
 }
 
 }  // namespace xmlloader_detail
@@ -136,11 +137,13 @@ bool XMLLoader::setOrCreateVector(const std::string& path, const std::vector<T>&
     texts.reserve(values.size());
     flags.reserve(values.size());
     for (const T& value : values) {
-        texts.push_back(xmlloader_detail::toXString(value));
+        const std::string& text = xmlloader_detail::textOf(value);
+        texts.emplace_back(text);
+        if (texts.back().blank() != text.empty()) return false;  // the copy ran out of memory
         flags.push_back(true);
     }
     XString xpath(path);
-    return setOrCreateVectorImpl(xpath, texts, flags);
+    return (xpath.blank() == path.empty()) && setOrCreateVectorImpl(xpath, texts, flags);
 }
 
 #endif
