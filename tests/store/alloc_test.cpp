@@ -61,43 +61,46 @@ bool run(const std::string& file, const char* path, const char* value, std::stri
     return true;
 }
 
-// Disabled until the store copes; what fails today (see the fuzzing notes for the lead):
-// libxml2 2.9.14's xmlXPathEval crashes when its value stack can't be allocated; a parse cut
-// short by a failed allocation is taken as the whole document and saved over the file; a
-// failed count makes the parent "missing", and making it wipes the existing parent's
-// children; values read or written come out empty; the save drops the internal subset.
-TEST(AllocationFailure, DISABLED_EveryFailureIsCleanOrHarmless) {
-    ASSERT_TRUE(installed);
+// Every allocation of one run fails in turn, until a run meets no failure.
+void failEachAllocation(const char* path, const char* value) {
     char dir[] = "/tmp/xpath-alloc-XXXXXX";
     ASSERT_NE(mkdtemp(dir), nullptr);
     const std::string file = std::string(dir) + "/f.xml";
-    const struct {
-        const char* path;
-        const char* value;
-    } runs[] = {{"/a/b", nullptr}, {"/a/c[@id=\"2\"]/d", "v &amp; w"}, {"/a/b[2]", "new"}};
-    for (const auto& r : runs) {
+    std::ofstream(file, std::ios::binary) << original;
+    std::string expected, out;
+    left = -1;
+    ASSERT_TRUE(run(file, path, value, expected)) << path;
+    long n = 0;
+    for (;; ++n) {
         std::ofstream(file, std::ios::binary) << original;
-        std::string expected, out;
+        left = n;
+        failed = false;
+        bool ok = run(file, path, value, out);
         left = -1;
-        ASSERT_TRUE(run(file, r.path, r.value, expected)) << r.path;
-        long n = 0;
-        for (;; ++n) {
-            std::ofstream(file, std::ios::binary) << original;
-            left = n;
-            failed = false;
-            bool ok = run(file, r.path, r.value, out);
-            left = -1;
-            if (!failed) break;  // every allocation of the run was tried
-            if (ok) {
-                EXPECT_EQ(out, expected) << r.path << ": allocation " << n << " failed";
-            } else if (r.value) {
-                EXPECT_EQ(contents(file), original) << r.path << ": allocation " << n << " failed";
-            }
+        if (!failed) break;  // every allocation of the run was tried
+        if (ok) {
+            EXPECT_EQ(out, expected) << path << ": allocation " << n << " failed";
+        } else if (value) {
+            EXPECT_EQ(contents(file), original) << path << ": allocation " << n << " failed";
         }
-        EXPECT_GT(n, 50) << r.path;  // the runs do allocate through libxml2
     }
+    EXPECT_GT(n, 50) << path;  // the runs do allocate through libxml2
     std::remove(file.c_str());
     rmdir(dir);
+}
+
+TEST(AllocationFailure, EveryFailureIsCleanOrHarmless) {
+    ASSERT_TRUE(installed);
+    failEachAllocation("/a/@k|/a/b", nullptr);
+    failEachAllocation("/a/c[@id=\"2\"]/d", "v &amp; w");
+    failEachAllocation("/a/b[2]", "new");
+}
+
+// Disabled: libxml2 2.9.14 evaluates a path without '[', '(' or '@' as a stream, and when it
+// can't allocate the stream it answers an empty node set with no error at all, so the read
+// reports no values. Enabled once the store evaluates such paths some other way.
+TEST(AllocationFailure, DISABLED_StreamedPath) {
+    failEachAllocation("/a/b", nullptr);
 }
 
 }  // namespace

@@ -31,8 +31,8 @@ TEST(Set, FitsTheDocumentToThePathAndValues) {
     fitsTable("set.tsv");
 }
 
-// Found by fuzzing and failing today; enabled once the store is fixed.
-TEST(Regression, DISABLED_Set) {
+// Cases that fuzzing found.
+TEST(Regression, Set) {
     fitsTable("set_regression.tsv");
 }
 

@@ -122,8 +122,8 @@ TEST(Tool, Runs) {
     runTable("tool.tsv");
 }
 
-// Found by fuzzing and failing today; enabled once the store is fixed.
-TEST(Regression, DISABLED_ToolRuns) {
+// Cases that fuzzing found.
+TEST(Regression, ToolRuns) {
     runTable("tool_regression.tsv");
 }
 
