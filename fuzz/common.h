@@ -47,27 +47,6 @@ inline const std::string& scratchFile() {
     return path;
 }
 
-// UTF-8 as the parser takes it: lead bytes where they belong, no overlong forms, no
-// surrogates, nothing past U+10FFFF.
-inline bool wellFormedUtf8(const std::string& text) {
-    for (std::size_t i = 0; i < text.size();) {
-        unsigned char c = static_cast<unsigned char>(text[i]);
-        std::size_t extra = c < 0x80 ? 0 : c >= 0xC2 && c < 0xE0 ? 1 : c >= 0xE0 && c < 0xF0 ? 2
-                          : c >= 0xF0 && c < 0xF5 ? 3 : 4;
-        if (extra == 4 || text.size() - i <= extra) return false;
-        unsigned long cp = extra ? c & (0x3F >> extra) : c;
-        for (std::size_t k = 1; k <= extra; ++k) {
-            unsigned char next = static_cast<unsigned char>(text[i + k]);
-            if ((next & 0xC0) != 0x80) return false;
-            cp = (cp << 6) | (next & 0x3F);
-        }
-        static const unsigned long least[] = {0, 0x80, 0x800, 0x10000};
-        if (cp < least[extra] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
-        i += extra + 1;
-    }
-    return true;
-}
-
 enum class Saved { refused, readsBack, unreadable };
 
 // Saves loader (made on scratchFile()) and loads the file again as the tool does, reading
