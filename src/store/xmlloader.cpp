@@ -81,6 +81,57 @@ xmlXPathObjectPtr evaluate(const xmlChar* path, xmlXPathContextPtr ctx) {
     return result;
 }
 
+// A node set's own copy. (xmlXPathObjectCopy loses memory when an allocation fails.)
+xmlXPathObjectPtr copyOf(xmlXPathObjectPtr obj) {
+    xmlXPathObjectPtr copy = xmlXPathNewNodeSet(nullptr);
+    xmlNodeSetPtr from = obj->nodesetval;
+    for (int i = 0; copy && from && i < from->nodeNr; ++i) {
+        if (xmlXPathNodeSetAddUnique(copy->nodesetval, from->nodeTab[i]) < 0) {
+            xmlXPathFreeObject(copy);
+            copy = nullptr;
+        }
+    }
+    return copy;
+}
+
+// Within one set the same question is often asked twice with nothing changed in between (a
+// parent's count, then its nodes), and on a wide element each one scans all its children.
+// Node sets are kept from the first and handed out as copies, until the tree is about to
+// change or the outermost set ends.
+class Answers {
+  public:
+    Answers() { ++depth; }
+    ~Answers() {
+        if (--depth == 0) forget();
+    }
+    static xmlXPathObjectPtr find(xmlDocPtr doc, const XString& path) {
+        if (depth == 0 || doc != of) return nullptr;
+        for (const auto& kept : answers)
+            if (kept.first == path) return copyOf(kept.second);
+        return nullptr;
+    }
+    static void keep(xmlDocPtr doc, const XString& path, xmlXPathObjectPtr obj) {
+        if (depth == 0 || obj->type != XPATH_NODESET) return;
+        if (doc != of) forget();
+        of = doc;
+        if (xmlXPathObjectPtr copy = copyOf(obj)) answers.emplace_back(path, copy);
+    }
+    // Before any change to the tree: the kept node sets may point to nodes about to go.
+    static void forget() {
+        for (const auto& kept : answers)
+            xmlXPathFreeObject(kept.second);
+        answers.clear();
+    }
+
+  private:
+    static int depth;
+    static xmlDocPtr of;
+    static std::vector<std::pair<XString, xmlXPathObjectPtr>> answers;
+};
+int Answers::depth = 0;
+xmlDocPtr Answers::of = nullptr;
+std::vector<std::pair<XString, xmlXPathObjectPtr>> Answers::answers;
+
 unsigned int nodeCount(xmlXPathObjectPtr obj) {
     return obj && obj->nodesetval ? static_cast<unsigned int>(obj->nodesetval->nodeNr) : 0;
 }
@@ -224,6 +275,7 @@ bool contentText(xmlDocPtr doc, const XString& value, bool inAttribute, std::str
 
 // Writes value into an existing node. False for a node that can't hold it.
 bool writeValue(xmlNodePtr node, const XString& value) {
+    Answers::forget();
     switch (node->type) {
         case XML_ELEMENT_NODE:
         case XML_ATTRIBUTE_NODE: {
@@ -267,6 +319,7 @@ unsigned int depthOf(xmlNodePtr node) {
 // A new element below parent, which must be an element, or the document while it has no
 // root, and not so deep that the saved file would pass the parser's nesting limit.
 xmlNodePtr addElement(xmlNodePtr parent, const XString& name, const XString* value) {
+    Answers::forget();
     if (parent == nullptr || !validName(name) || (value && !validText(*value))) return nullptr;
     if (parent->type == XML_DOCUMENT_NODE) {
         if (xmlDocGetRootElement(reinterpret_cast<xmlDocPtr>(parent))) return nullptr;
@@ -278,6 +331,7 @@ xmlNodePtr addElement(xmlNodePtr parent, const XString& name, const XString* val
 }
 
 xmlAttrPtr addAttribute(xmlNodePtr parent, const XString& name, const XString& value) {
+    Answers::forget();
     if (parent == nullptr || parent->type != XML_ELEMENT_NODE || !validName(name) ||
         !validText(value) || xmlHasNsProp(parent, name, nullptr))
         return nullptr;
@@ -355,6 +409,7 @@ class Overlaps {
 // Unlinks and frees entry i with its subtree. The document itself stays: it loses its
 // top-level nodes instead. A namespace entry belongs to the set and stays in the tree.
 void eraseEntry(xmlNodeSetPtr set, int i, Overlaps& overlaps) {
+    Answers::forget();
     xmlNodePtr node = set->nodeTab[i];
     overlaps.destroyed(i, false);
     if (node->type == XML_NAMESPACE_DECL) return;
@@ -647,10 +702,14 @@ bool XMLLoaderImpl::evalToContextAndObj(const XString& path, xmlXPathContextPtr&
         }
     }
     MemoryWatch watch;
-    obj = evaluate(path, ctx);
-    if (obj != nullptr && !watch.ok(true)) {  // a node set that may lack nodes
-        xmlXPathFreeObject(obj);
-        obj = nullptr;
+    obj = Answers::find(doc, path);
+    if (obj == nullptr) {
+        obj = evaluate(path, ctx);
+        if (obj != nullptr && !watch.ok(true)) {  // a node set that may lack nodes
+            xmlXPathFreeObject(obj);
+            obj = nullptr;
+        }
+        if (obj != nullptr) Answers::keep(doc, path, obj);
     }
     if (obj == nullptr) {
         XLOG(log, LOG_ERROR, "Failed to evaluate expression " + str(path));
@@ -765,6 +824,7 @@ bool XMLLoaderImpl::splitCondition(const XString& path, XString& node, XString& 
 // ---------------------------------------------------------------- creating and setting
 
 bool XMLLoaderImpl::createNode(const XString& path) {
+    Answers answers;
     return makeNode(path, false);
 }
 
@@ -820,6 +880,7 @@ bool XMLLoaderImpl::makeNode(const XString& path, bool missing) {
     if (child == nullptr) {
         XLOG(log, LOG_ERROR, "Failed to create child node:" + str(element));
     } else {
+        Answers::forget();
         xmlNodePtr made = onAttribute
                               ? reinterpret_cast<xmlNodePtr>(xmlNewProp(child, condName, value))
                               : xmlNewTextChild(child, nullptr, condName, value);
@@ -834,6 +895,7 @@ bool XMLLoaderImpl::makeNode(const XString& path, bool missing) {
 bool XMLLoaderImpl::setOrCreateVector(const XString& path, const std::vector<XString>& values,
                                       const std::vector<bool>& flags) {
     MemoryWatch watch;
+    Answers answers;
     return watch.ok(setOrCreate(path, values, flags, false, false));
 }
 
@@ -911,6 +973,7 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
             return false;
         }
         XLOG(log, LOG_TRACE, "Creating new root node: " + str(last));
+        Answers::forget();
         xmlNodePtr root = xmlNewNode(nullptr, last);
         if (root == nullptr) return false;
         xmlDocSetRootElement(doc, root);
@@ -937,6 +1000,7 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
         set->nodeTab[0]->type == XML_ATTRIBUTE_NODE) {
         xmlAttrPtr attr = reinterpret_cast<xmlAttrPtr>(set->nodeTab[0]);
         const XString& value = nextValue();
+        Answers::forget();
         result = validText(value) && xmlSetNsProp(attr->parent, attr->ns, attr->name, value);
         if (!result) XLOG(log, LOG_ERROR, "Value can't be stored in " + str(path));
         freeEval(obj, ctx);
