@@ -217,9 +217,9 @@ bool validText(const XString& text) {
     return true;
 }
 
-// Length of a character or entity reference at s ("&...;") that the document can resolve
-// and that parses again in this place, or 0.
-std::size_t resolvableReference(xmlDocPtr doc, const unsigned char* s, bool inAttribute) {
+// Length of a character reference, or a reference to one of XML's five predefined entities,
+// at s ("&...;"), or 0. (A document's own entities may not parse where the value goes.)
+std::size_t knownReference(const unsigned char* s) {
     // Bounded, so that a text full of '&' and no ';' isn't scanned to its end for each one.
     const std::size_t longest = 256;
     const unsigned char* end = static_cast<const unsigned char*>(
@@ -244,16 +244,13 @@ std::size_t resolvableReference(xmlDocPtr doc, const unsigned char* s, bool inAt
         return xmlChar32(static_cast<unsigned int>(value)) ? length : 0;
     }
     std::string name(reinterpret_cast<const char*>(s + 1), length - 2);
-    if (xmlValidateName(xml(name.c_str()), 0) != 0) return 0;
-    xmlEntityPtr entity = xmlGetDocEntity(doc, xml(name.c_str()));
-    if (entity == nullptr) return 0;
-    if (entity->etype == XML_INTERNAL_PREDEFINED_ENTITY) return length;
-    return !inAttribute && entity->etype == XML_INTERNAL_GENERAL_ENTITY ? length : 0;
+    return xmlGetPredefinedEntity(xml(name.c_str())) ? length : 0;
 }
 
-// Content for xmlNodeSetContent, which reads references: those the document resolves stay,
-// any other '&' becomes literal text rather than a reference that breaks the saved file.
-bool contentText(xmlDocPtr doc, const XString& value, bool inAttribute, std::string& out) {
+// Content for xmlNodeSetContent, which reads references: character references and the
+// predefined entities stay, any other '&' becomes literal text rather than a reference that
+// could break the saved file or lose the value.
+bool contentText(const XString& value, std::string& out) {
     if (!validText(value)) return false;
     const unsigned char* s = value;
     out.clear();
@@ -262,7 +259,7 @@ bool contentText(xmlDocPtr doc, const XString& value, bool inAttribute, std::str
             out += static_cast<char>(*p);
             continue;
         }
-        std::size_t n = resolvableReference(doc, p, inAttribute);
+        std::size_t n = knownReference(p);
         if (n) {
             out.append(reinterpret_cast<const char*>(p), n);
             p += n - 1;
@@ -280,8 +277,7 @@ bool writeValue(xmlNodePtr node, const XString& value) {
         case XML_ELEMENT_NODE:
         case XML_ATTRIBUTE_NODE: {
             std::string text;
-            if (!contentText(node->doc, value, node->type == XML_ATTRIBUTE_NODE, text))
-                return false;
+            if (!contentText(value, text)) return false;
             xmlNodeSetContent(node, xml(text.c_str()));
             return true;
         }
@@ -330,12 +326,30 @@ xmlNodePtr addElement(xmlNodePtr parent, const XString& name, const XString* val
                  : xmlNewChild(parent, nullptr, name, nullptr);
 }
 
+// An attribute's name may carry the prefix xml, which every document knows (xml:lang).
+bool validAttributeName(const XString& name) {
+    bool prefixed = name.length() > 4 && xmlStrncmp(name, xml("xml:"), 4) == 0;
+    return validName(prefixed ? name.substr(4) : name);
+}
+
 xmlAttrPtr addAttribute(xmlNodePtr parent, const XString& name, const XString& value) {
     Answers::forget();
-    if (parent == nullptr || parent->type != XML_ELEMENT_NODE || !validName(name) ||
-        !validText(value) || xmlHasNsProp(parent, name, nullptr))
+    if (parent == nullptr || parent->type != XML_ELEMENT_NODE || !validAttributeName(name) ||
+        !validText(value))
         return nullptr;
-    return xmlNewProp(parent, name, value);
+    xmlNsPtr ns = nullptr;
+    XString local = name;
+    if (xmlStrncmp(name, xml("xml:"), 4) == 0) {
+        ns = xmlSearchNs(parent->doc, parent, xml("xml"));
+        local = name.substr(4);
+        if (ns == nullptr) return nullptr;
+    }
+    // The element's own attributes: a default that its DTD declares is no attribute yet.
+    for (xmlAttrPtr attr = parent->properties; attr; attr = attr->next)
+        if ((attr->ns == nullptr) == (ns == nullptr) && xmlStrEqual(attr->name, local) &&
+            (ns == nullptr || xmlStrEqual(attr->ns->href, ns->href)))
+            return nullptr;
+    return xmlNewNsProp(parent, ns, local, value);
 }
 
 bool isDocument(xmlNodePtr node) {
@@ -433,7 +447,8 @@ int leanParseOptions() {
     int options = XML_PARSE_COMPACT;
     if (!xmlKeepBlanksDefaultValue) options |= XML_PARSE_NOBLANKS;
     if (xmlSubstituteEntitiesDefaultValue) options |= XML_PARSE_NOENT;
-    if (xmlLoadExtDtdDefaultValue) options |= XML_PARSE_DTDLOAD;
+    if (xmlLoadExtDtdDefaultValue & XML_DETECT_IDS) options |= XML_PARSE_DTDLOAD;
+    if (xmlLoadExtDtdDefaultValue & XML_COMPLETE_ATTRS) options |= XML_PARSE_DTDATTR;
     if (xmlDoValidityCheckingDefaultValue) options |= XML_PARSE_DTDVALID;
     if (xmlPedanticParserDefaultValue) options |= XML_PARSE_PEDANTIC;
     return options;
@@ -450,6 +465,9 @@ xmlDocPtr whole(xmlDocPtr doc) {
 
 // The plain parse of a file marks a compressed one for the strongest compression on save.
 xmlDocPtr readFile(const std::string& file) {
+    // A setting that no option expresses keeps the plain parse.
+    if (xmlLoadExtDtdDefaultValue & ~(XML_DETECT_IDS | XML_COMPLETE_ATTRS))
+        return whole(xmlParseFile(file.c_str()));
     xmlDocPtr doc = whole(xmlReadFile(file.c_str(), nullptr, leanParseOptions()));
     if (doc && doc->compression > 0) doc->compression = 9;
     return doc;
@@ -493,14 +511,15 @@ bool serialise(xmlDocPtr doc, Text& text) {
     return dumped && flushed && !text.failed && text.size > 0;
 }
 
+// Writes all bytes at offset at, or in order from where the file stands for at < 0.
 bool writeAll(int fd, const char* bytes, std::size_t size, off_t at) {
     while (size > 0) {
-        ssize_t written = pwrite(fd, bytes, size, at);
+        ssize_t written = at < 0 ? write(fd, bytes, size) : pwrite(fd, bytes, size, at);
         if (written < 0 && errno == EINTR) continue;
         if (written <= 0) return false;
         bytes += written;
         size -= static_cast<std::size_t>(written);
-        at += written;
+        if (at >= 0) at += written;
     }
     return true;
 }
@@ -518,25 +537,39 @@ bool reserve(int fd, off_t oldSize, std::size_t size) {
     if (static_cast<off_t>(size) <= oldSize) return true;
     std::vector<char> zeros(static_cast<std::size_t>(size) - static_cast<std::size_t>(oldSize));
     if (writeAll(fd, zeros.data(), zeros.size(), oldSize)) return true;
-    if (ftruncate(fd, oldSize) != 0) return false;
+    int restored = ftruncate(fd, oldSize);  // nothing but the length had changed
+    (void)restored;
     return false;
 }
 
-// Overwrites the file in place (same inode, same permissions), or makes it.
+// The file that an open descriptor stands for, which differs from the name given when that
+// name is a link.
+std::string openedPath(int fd, const std::string& name) {
+    char target[4096];
+    std::string link = "/proc/self/fd/" + std::to_string(fd);
+    ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
+    return n > 0 ? std::string(target, static_cast<std::size_t>(n)) : name;
+}
+
+// Overwrites the file in place (same inode, same permissions), or makes it. A pipe or a
+// device has no space to reserve: it is written in order.
 bool writeInPlace(const std::string& file, const Text& text) {
-    bool created = false;
+    std::string made;
     int fd = open(file.c_str(), O_WRONLY | O_CLOEXEC);
     if (fd < 0 && errno == ENOENT) {
-        fd = open(file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        created = fd >= 0;
+        fd = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);  // through a link too
+        if (fd >= 0) made = openedPath(fd, file);
     }
     if (fd < 0) return false;
     struct stat info;
-    bool ok = fstat(fd, &info) == 0 && reserve(fd, info.st_size, text.size) &&
-              writeAll(fd, text.data, text.size, 0) &&
-              ftruncate(fd, static_cast<off_t>(text.size)) == 0;
+    bool ok = fstat(fd, &info) == 0;
+    if (ok && S_ISREG(info.st_mode))
+        ok = reserve(fd, info.st_size, text.size) && writeAll(fd, text.data, text.size, 0) &&
+             ftruncate(fd, static_cast<off_t>(text.size)) == 0;
+    else if (ok)
+        ok = writeAll(fd, text.data, text.size, -1);
     ok = close(fd) == 0 && ok;
-    if (!ok && created) unlink(file.c_str());  // a file that wasn't there stays missing
+    if (!ok && !made.empty()) unlink(made.c_str());  // a file that wasn't there stays missing
     return ok;
 }
 
@@ -671,8 +704,10 @@ bool XMLLoader::saveFile() const {
     XLOG(log, LOG_TRACE, "Saving file: " + impl->filename);
     xmlKeepBlanksDefault(0);
     if (impl->doc == nullptr) return false;
-    // A compressed file is written back compressed, which only the library's own save does.
-    if (impl->doc->compression > 0)
+    // Left to the library's own save: a compressed file, written back compressed, and "-",
+    // which the library reads and writes as the standard streams.
+    int compression = impl->doc->compression < 0 ? xmlGetCompressMode() : impl->doc->compression;
+    if (compression > 0 || impl->filename == "-")
         return xmlSaveFormatFileEnc(impl->filename.c_str(), impl->doc, "UTF-8", 1) > 0;
     Text text;
     return watch.ok(serialise(impl->doc, text)) && writeInPlace(impl->filename, text);
@@ -854,7 +889,8 @@ bool XMLLoaderImpl::makeNode(const XString& path, bool missing) {
     }
     bool onAttribute = name[0] == '@';
     XString condName = onAttribute ? name.substr(1) : name;
-    if (!validName(element) || !validName(condName) || !validText(value)) {
+    if (!validName(element) ||
+        !(onAttribute ? validAttributeName(condName) : validName(condName)) || !validText(value)) {
         XLOG(log, LOG_ERROR, "Invalid name or value for a new node: " + str(path));
         return false;
     }
@@ -873,18 +909,18 @@ bool XMLLoaderImpl::makeNode(const XString& path, bool missing) {
     bool result = false;
     xmlNodePtr child = nullptr;
     if (evalToContextAndObj(parent, ctx, obj) && nodeCount(obj) > 0) {
-        child = addElement(obj->nodesetval->nodeTab[0], element, nullptr);
+        xmlNodePtr above = obj->nodesetval->nodeTab[0];
+        // A child element for the condition goes a level deeper than the new element.
+        if (onAttribute || (above && depthOf(above) < xmlParserMaxDepth))
+            child = addElement(above, element, nullptr);
     } else {
         XLOG(log, LOG_ERROR, "Failed to locate parent node: " + str(parent));
     }
     if (child == nullptr) {
         XLOG(log, LOG_ERROR, "Failed to create child node:" + str(element));
     } else {
-        Answers::forget();
-        xmlNodePtr made = onAttribute
-                              ? reinterpret_cast<xmlNodePtr>(xmlNewProp(child, condName, value))
-                              : xmlNewTextChild(child, nullptr, condName, value);
-        result = made != nullptr;
+        result = onAttribute ? addAttribute(child, condName, value) != nullptr
+                             : addElement(child, condName, &value) != nullptr;
     }
     if (!result)
         XLOG(log, LOG_ERROR, "Failed to create child node:" + str(name) + "=" + str(value));
@@ -960,7 +996,8 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
                 return false;
             }
             if (!makeNode(parent, true)) return false;
-            return setOrCreate(path, values, flags, true, missing);
+            // With its parent made, the path may select a node now (".", for one).
+            return setOrCreate(path, values, flags, true, false);
         }
         // The path names the root element; a document has one, and it is never replaced.
         if (xmlDocGetRootElement(doc)) {
@@ -1007,9 +1044,12 @@ bool XMLLoaderImpl::setOrCreate(const XString& path, const std::vector<XString>&
         return result;
     }
 
-    // The root element is never erased: a document without one doesn't parse again.
+    // The root element is never erased: a document without one doesn't parse again. Checked
+    // before anything is written, where nodes would really go: what an attribute target
+    // found, and the surplus of an element target that has parents to work with.
     xmlNodePtr root = xmlDocGetRootElement(doc);
-    for (unsigned int i = attribute ? 0 : wanted; go && root && i < found; ++i) {
+    bool erasing = attribute || (found > wanted && parentHasText);
+    for (unsigned int i = attribute ? 0 : wanted; go && erasing && root && i < found; ++i) {
         if (set->nodeTab[i] == root) {
             log(LOG_ERROR, "Attempt to remove the root node!");
             freeEval(obj, ctx);

@@ -98,10 +98,13 @@ void XString::append(const XString& o) {
 XString XString::operator+=(const XString& o) {
     if (&o == this) {  // appending to itself would read a buffer while it is reallocated
         XString self(o);
-        append(self);
-    } else {
-        append(o);
+        return *this += self;
     }
+    if (length() == 0) {
+        *this = o;
+        return *this;  // the copy measures the target, and keeps an empty buffer of its own
+    }
+    append(o);
     return *this;
 }
 
@@ -123,13 +126,16 @@ unsigned long XString::rfind(const char* needle, unsigned long pos) const {
 }
 
 XString XString::substr(unsigned long start, unsigned long count) const {
-    unsigned long n = length();
-    if (count == npos) count = n - start;
-    if (count == 0 || start >= n) return XString();
-    if (count > n - start) count = n - start;  // keep a careless count inside the text
+    if (count == npos) count = length() - start;  // only "to the end" measures the value
+    if (count == 0 || xmls == nullptr) return XString();
+    // The caller keeps start + count inside the text; a careless one still reads no further.
+    for (unsigned long i = 0; i < start; ++i)
+        if (xmls[i] == 0) return XString();
+    unsigned long take = strnlen(reinterpret_cast<const char*>(xmls + start), count);
+    if (take == 0) return XString();
     XString part;
-    part.xmls = copyBytes(xmls + start, count);
-    part.len = part.xmls ? count : 0;
+    part.xmls = copyBytes(xmls + start, take);
+    part.len = part.xmls ? take : 0;
     return part;
 }
 
@@ -161,8 +167,8 @@ XString operator+(const char* a, const XString& b) {
 }
 
 std::ostream& operator<<(std::ostream& out, const XString& v) {
+    if (v.blank()) return out;
     unsigned long n = v.length();
-    if (n == 0) return out;
     return out.write(reinterpret_cast<const char*>(static_cast<const unsigned char*>(v)),
                      static_cast<std::streamsize>(n));
 }

@@ -91,6 +91,16 @@ TEST(Loader, SaveRewritesInUtf8WithIndentation) {
     EXPECT_FALSE(unnamed.saveFile());
 }
 
+TEST(Loader, SaveMakesTheFileALinkPointsTo) {
+    Scratch scratch;
+    ASSERT_EQ(symlink("target.xml", scratch.path("link.xml").c_str()), 0);
+    XMLLoader loader(scratch.path("link.xml"));
+    ASSERT_TRUE(loader.loadFile(true));
+    ASSERT_TRUE(loader.setOrCreateVector("/a", std::vector<std::string>{"v"}));
+    EXPECT_TRUE(loader.saveFile());
+    EXPECT_EQ(Scratch::read(scratch.path("target.xml")), declaration + "<a>v</a>\n");
+}
+
 TEST(Loader, ReferenceCountStartsAndStopsTheLibraryOnce) {
     std::uint32_t before = XMLLoaderImpl::references;
     {

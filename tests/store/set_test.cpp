@@ -44,6 +44,13 @@ TEST(Set, PathsTooDeepToReadBackAreRefused) {
     EXPECT_TRUE(doc.impl.setOrCreateVector(XString(path), {XString("v")}, {true}));
     EXPECT_FALSE(doc.impl.setOrCreateVector(XString(path + "/d"), {XString("v")}, {true}));
     EXPECT_FALSE(Doc("").impl.setOrCreateVector(XString(path + path), {XString("v")}, {true}));
+    // A condition's child element goes a level below the new element: nothing is made.
+    std::string deepest = path.substr(0, 2 * 256);
+    ASSERT_TRUE(doc.impl.setOrCreateVector(XString(deepest), {XString()}, {true}));
+    std::string before = doc.text();
+    EXPECT_FALSE(
+        doc.impl.setOrCreateVector(XString(deepest + "/b[c=\"1\"]/x"), {XString("v")}, {true}));
+    EXPECT_EQ(doc.text(), before);
 }
 
 TEST(Create, MakesTheNodeThatAPathAsksFor) {

@@ -87,6 +87,9 @@ TEST(XString, Substr) {
     EXPECT_TRUE(abc.substr(3).blank());
     EXPECT_TRUE(abc.substr(4).blank());
     EXPECT_TRUE(abc.substr(0, 0).blank());
+    XString empty("");
+    EXPECT_TRUE(empty.substr(0, 0).blank());
+    EXPECT_FALSE(empty.blank());  // an explicit count doesn't measure
     EXPECT_TRUE(XString().substr(0).blank());
     XString cut = XString("\xc3\xa9").substr(0, 1);
     EXPECT_EQ(cut.length(), 1u);
@@ -98,7 +101,8 @@ TEST(XString, Substr) {
 TEST(XString, Concatenation) {
     XString target;
     XString result = (target += XString(""));
-    EXPECT_TRUE(target.blank());  // the returned copy measured it
+    EXPECT_TRUE(target.blank());   // the returned copy measured it...
+    EXPECT_FALSE(result.blank());  // ...and holds an empty buffer of its own
     target += XString("ab");
     target += XString();
     target += XString("cd");
