@@ -5,6 +5,7 @@
 // starting with '#' are comments, "-" is an empty field, and \n, \t, \\ and \xHH escape bytes.
 
 #include <fstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ inline std::string unescape(const std::string& field) {
 
 inline std::vector<Row> readTable(const std::string& name) {
     std::ifstream in(std::string(TABLE_DIR) + "/" + name);
+    if (!in) throw std::runtime_error("no table " + name);  // a missing table isn't a pass
     std::vector<Row> rows;
     for (std::string line; std::getline(in, line);) {
         if (line.empty() || line[0] == '#') continue;
