@@ -6,6 +6,7 @@
 #   QUICK=1           the quick run: 10 MB, 3 repetitions
 #   DATA=bench/data   where the generated files are (made when missing)
 #   OUT=bench/out     where the build, the raw measurements and results.md go
+#   CASES=regex       only the cases whose name matches (grep -E), e.g. CASES=read
 #
 # Each case runs the tool and its floor alternately, REPS times each, and records the wall
 # time and peak RSS of every run; bench/report.py turns them into the table.
@@ -29,6 +30,8 @@ work=$out/work.xml
 value=bench-value
 
 echo "== build (Release) in $build"
+built_at=$(git -C "$root" rev-parse --short HEAD 2>/dev/null || echo unknown)
+git -C "$root" diff --quiet HEAD -- src 2>/dev/null || built_at+=" with src/ changed since"
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DBUILD_TESTING=OFF -DXPATH_BENCH=ON >/dev/null
 cmake --build "$build" -j2 --target xpath floor_read floor_set >/dev/null
 xpath=$build/xpath
@@ -63,8 +66,13 @@ fail() {
     exit 1
 }
 
+selected() {
+    grep -Eq -- "${CASES:-.}" <<<"$1"
+}
+
 read_case() {  # read_case <case> <file stem> <xpath; @LAST@ is the last record's id>
     local case=$1 stem=$2 expr
+    selected "$case" || return 0
     for size in $sizes; do
         local file=$data/$stem-$size.xml
         expr=$3
@@ -95,6 +103,7 @@ read_case() {  # read_case <case> <file stem> <xpath; @LAST@ is the last record'
 # set_case <case> <file stem> <path to set> <path that reads the value back>
 set_case() {
     local case=$1 stem=$2 path=$3 readback=$4 first=1
+    selected "$case" || return 0
     for size in $sizes; do
         local file=$data/$stem-$size.xml
         echo "-- $case, $size: xpath $stem-$size.xml '$path' $value"
@@ -138,7 +147,8 @@ set_case "set new @added on last record" records '/records/record[last()]/@added
 {
     echo "# Benchmark results"
     echo
-    echo "$(date -u '+%Y-%m-%d %H:%M UTC'), $(nproc) cores, load $(cut -d' ' -f1-3 /proc/loadavg)," \
+    echo "Tool built at commit $built_at," \
+        "$(date -u '+%Y-%m-%d %H:%M UTC'), $(nproc) cores, load $(cut -d' ' -f1-3 /proc/loadavg)," \
         "libxml2 $(xmllint --version 2>&1 | grep -o '[0-9]\{5\}' | head -n 1)," \
         "$reps repetitions, sizes $sizes. Ratios are xpath / floor; med = median, min = minimum."
     echo
