@@ -115,8 +115,11 @@ set_case() {
                 "$prog" "$work" "$path" "$value" >/dev/null || fail "$(basename "$prog") failed: $case"
                 got=$("$xpath" "$work" "$readback")
                 [[ $got == "$value" ]] || fail "$(basename "$prog") stored '$got', not '$value': $case"
+                mv "$work" "$out/saved-$(basename "$prog").xml"
             done
-            echo "   both store '$value' at $readback"
+            echo "   both store '$value' at $readback; the saved files are" \
+                "$(cmp -s "$out/saved-xpath.xml" "$out/saved-floor_set.xml" && echo identical || echo 'NOT identical')"
+            rm -f "$out/saved-xpath.xml" "$out/saved-floor_set.xml"
         fi
         for ((rep = 1; rep <= reps; rep++)); do
             local order=(xpath floor)
