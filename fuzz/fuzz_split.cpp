@@ -2,6 +2,7 @@
 // parts they return are the pieces of the path they came from.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "common.h"
 
@@ -11,8 +12,16 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    // Embedded NULs are kept: a std::string path reaches the store with them.
-    const std::string text(reinterpret_cast<const char*>(data), size);
+    // A std::string may bring NULs into an XString: no crash, no read outside the bytes.
+    const char* bytes = reinterpret_cast<const char*>(data);
+    {
+        const XString raw(std::string(bytes, size));
+        XString a, b, c;
+        XMLLoaderImpl::splitPath(raw, a, b);
+        XMLLoaderImpl::splitCondition(raw, a, b, c);
+    }
+    // The parts are checked on the text up to the first NUL, all that the XPath engine reads.
+    const std::string text(bytes, strnlen(bytes, size));
     const XString path(text);
 
     XString parent, node;
