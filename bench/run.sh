@@ -25,8 +25,13 @@ data=${DATA:-$here/data}
 out=${OUT:-$here/out}
 build=${1:-$out/build}
 mkdir -p "$out"
+# One run at a time per output directory: a second one would overwrite the first's files,
+# and two runs at once disturb each other's timings anyway.
+exec 9>"$out/.lock"
+flock -n 9 || { echo "bench: another run is using $out (wait for it, or set OUT=)" >&2; exit 1; }
 raw=$out/raw.tsv
-work=$out/work.xml
+work=$(mktemp --suffix=.xml "$out/work.XXXXXX")
+trap 'rm -f "$work"' EXIT
 value=bench-value
 
 echo "== build (Release) in $build"
@@ -134,7 +139,6 @@ set_case() {
             done
         done
     done
-    rm -f "$work"
 }
 
 : >"$raw"
