@@ -8,7 +8,7 @@ SIZE is approximate, e.g. 1MB, 10MB, 100MB (MB = 10^6 bytes). For each size it w
                           mixed text (a plain item, an item with an attribute, an item with
                           an inline child, an empty item, a comment now and then);
   records-SIZE.xml        records with attributes and two children each.
-A file that is already there with the right first line is kept unless --force is given.
+A file that is already there is kept unless --force is given.
 """
 
 import argparse
