@@ -1,13 +1,19 @@
 #!/usr/bin/env python3
 """Writes the benchmark's XML files, the same bytes on every run (fixed seed).
 
-  gen.py [--out DIR] [--seed N] [--kind root-children|records|all] SIZE...
+  gen.py [--out DIR] [--seed N] [--kind KIND|all] SIZE...
 
-SIZE is approximate, e.g. 1MB, 10MB, 100MB (MB = 10^6 bytes). For each size it writes
+SIZE is approximate, e.g. 2KB, 1MB, 10MB, 100MB (MB = 10^6 bytes). For each size it writes
   root-children-SIZE.xml  a root whose direct children are many small elements with short
                           mixed text (a plain item, an item with an attribute, an item with
                           an inline child, an empty item, a comment now and then);
-  records-SIZE.xml        records with attributes and two children each.
+  records-SIZE.xml        records with attributes and two children each;
+  deep-SIZE.xml           records nested 20 to 200 levels deep (at most 203 levels in all,
+                          under the parser's limit of 256), an attribute on each level, a
+                          short sibling now and then, and a <leaf> at the bottom of each;
+  text-SIZE.xml           chapters of long paragraphs, with an internal DTD subset declaring
+                          a few general entities (one referring to another) referenced in
+                          most paragraphs, character references, escapes and CDATA sections.
 A file that is already there is kept unless --force is given.
 """
 
@@ -106,6 +112,66 @@ def records(rng, target):
     yield "</records>\n"
 
 
+def deep(rng, target):
+    words = text_pool(rng, 4096)
+    yield "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<doc>\n"
+    written, count = 0, 0
+    while written < target:
+        levels = rng.randint(18, 198)  # with <doc>, <rec> and <leaf>: 21 to 201 levels
+        count += 1
+        parts = [f'<rec id="d{count:07d}">']
+        for level in range(levels):
+            if rng.random() < 0.3:
+                parts.append(f"<m>{rng.choice(words)}</m>")
+            parts.append(f'<n i="{level}">')
+        parts.append(f"<leaf>{rng.choice(words)}</leaf>")
+        parts.append("</n>" * levels)
+        parts.append("</rec>\n")
+        block = "".join(parts)
+        written += len(block.encode("utf-8"))
+        yield block
+    yield "</doc>\n"
+
+
+# General entities of the text shape: "copy" refers to "corp", so references nest.
+ENTITIES = [("corp", "Northwind Instruments"), ("prod", "Lantern Signal Analyser"),
+            ("ver", "4.2.1"), ("copy", "&#169; 2024 &corp;"),
+            ("warn", "Do not open the casing while the unit is powered.")]
+REFERENCES = ["&corp;", "&prod;", "&ver;", "&copy;", "&#233;", "&#x2014;", "&#8364;", "&amp;",
+              "&lt;", "&gt;", "\u00e9t\u00e9", "&quot;"]
+CODE = ["if (a < b && c > d) { return a; }", "x = y >> 2; /* <shift> */",
+        "print('<tag attr=\"1\">&amp;</tag>')", "for (i = 0; i < n; ++i) sum += v[i];"]
+
+
+def text(rng, target):
+    words = text_pool(rng, 4096)
+    head = ["<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<!DOCTYPE book [\n"]
+    head += [f'<!ENTITY {name} "{value}">\n' for name, value in ENTITIES]
+    head.append("]>\n<book>\n")
+    yield "".join(head)
+    written, count = 0, 0
+    while written < target:
+        count += 1
+        parts = [f'<chapter id="c{count:06d}">\n<title>Chapter {count}: '
+                 f"{rng.choice(words)} &prod; {rng.choice(words)}</title>\n"]
+        for _ in range(rng.randint(3, 8)):
+            kind = rng.random()
+            if kind < 0.12:
+                parts.append(f"<code><![CDATA[{rng.choice(CODE)}\n{rng.choice(CODE)}]]></code>\n")
+            elif kind < 0.18:
+                parts.append("<note>&warn; See &copy;.</note>\n")
+            else:
+                sentence = []
+                for _ in range(rng.randint(60, 220)):
+                    sentence.append(rng.choice(REFERENCES) if rng.random() < 0.03 else rng.choice(words))
+                parts.append("<para>" + " ".join(sentence) + ".</para>\n")
+        parts.append("</chapter>\n")
+        block = "".join(parts)
+        written += len(block.encode("utf-8"))
+        yield block
+    yield "</book>\n"
+
+
 def write(path, parts):
     tmp = path + ".tmp"
     with open(tmp, "w", encoding="utf-8", newline="\n") as out:
@@ -120,11 +186,12 @@ def main():
     ap.add_argument("sizes", nargs="*", type=parse_size, default=[parse_size("10MB"), parse_size("100MB")])
     ap.add_argument("--out", default=os.path.join(here, "data"))
     ap.add_argument("--seed", type=int, default=20240611)
-    ap.add_argument("--kind", choices=["root-children", "records", "all"], default="all")
+    ap.add_argument("--kind", choices=["root-children", "records", "deep", "text", "all"],
+                    default="all")
     ap.add_argument("--force", action="store_true")
     args = ap.parse_args()
     os.makedirs(args.out, exist_ok=True)
-    kinds = {"root-children": root_children, "records": records}
+    kinds = {"root-children": root_children, "records": records, "deep": deep, "text": text}
     for label, size in args.sizes:
         for kind, make in kinds.items():
             if args.kind not in ("all", kind):

@@ -1,29 +1,50 @@
 #!/usr/bin/env python3
-"""report.py RAW.tsv [--sizes FILE]: the tables of bench/run.sh, in Markdown, on standard output.
+"""report.py RAW.tsv [--sizes FILE] [--percall FILE] [--targets "10MB 100MB"]: the tables of
+bench/run.sh, in Markdown, on standard output.
 
-RAW.tsv has one run a line: case, size, program (xpath or floor), repetition, wall seconds,
-peak RSS in KiB, exit status, CPU seconds. --sizes names a file of "size bytes" lines (the
-sizes of the data files) for the growth table. Runs that failed are counted, not averaged.
+RAW.tsv has one run a line: case, size, program (xpath, floor, xmllint or xmlstarlet),
+repetition, wall seconds, peak RSS in KiB, exit status, CPU seconds. --sizes names a file
+of "shape size bytes" lines (the sizes of the data files; a case's shape is its name up to
+the first ':') for the growth table. --percall names the per-call file of run.sh: lines
+"time, program, repetition, seconds, calls" and "instructions, program, counter, count".
+Runs that failed are counted, not averaged. The targets are checked at the --targets sizes.
 """
 
 import argparse
 import statistics
 from collections import defaultdict
 
-LIMIT = 1.2  # targets: within 1.2x of the floor; time per byte growing by at most 1.2x
+FLOOR_LIMIT = 1.0  # xpath's median time and peak RSS over the floor's, at most
+PEER_LIMIT = 1.0  # xpath's median time (and, for reads, peak RSS) over the best peer's, at most
+LINEAR_LIMIT = 1.2  # time per byte growing by at most this much from one size to the next
+PEERS = ("xmllint", "xmlstarlet")
+PROGRAMS = ("xpath", "floor") + PEERS
 
 
 def summary(runs):
-    """(median, min) of wall time, CPU time and peak RSS over the runs."""
+    """(median, min) of wall time, CPU time and peak RSS (MiB) over the runs."""
     col = lambda i: [r[i] for r in runs]
     return {k: (statistics.median(col(i)), min(col(i))) for i, k in enumerate(("t", "cpu", "rss"))}
+
+
+def pair(a, b, unit=""):
+    return f"{a:.3f} / {b:.3f}{unit}"
+
+
+def best(stats, programs, key):
+    """The program of the lowest median for key, or None."""
+    there = [p for p in programs if p in stats]
+    return min(there, key=lambda p: stats[p][key][0]) if there else None
 
 
 def main():
     ap = argparse.ArgumentParser()
     ap.add_argument("raw")
     ap.add_argument("--sizes")
+    ap.add_argument("--percall")
+    ap.add_argument("--targets", default="10MB 100MB")
     args = ap.parse_args()
+    targets = args.targets.split()
 
     runs = defaultdict(list)  # (case, size, prog) -> [(wall, cpu, rss)]
     failed = defaultdict(int)
@@ -37,66 +58,138 @@ def main():
                 failed[(case, size, prog)] += 1
             else:
                 runs[(case, size, prog)].append((float(t), float(cpu), int(rss) / 1024))
-    nbytes = {}
+    nbytes = {}  # (shape, size) -> bytes
     if args.sizes:
         with open(args.sizes) as f:
-            nbytes = {label: int(n) for label, n in (line.split() for line in f if line.strip())}
+            for line in f:
+                if line.strip():
+                    shape, label, n = line.split()
+                    nbytes[(shape, label)] = int(n)
 
-    out = ["| case | size | xpath time med / min | floor time med / min | time ratio med / min "
-           "| CPU ratio med / min | xpath RSS med / min | floor RSS med / min | RSS ratio med "
-           "| within 1.2x |",
-           "|---|---|---|---|---|---|---|---|---|---|"]
-    stats, misses = {}, []
+    stats = {}  # (case, size) -> {prog: summary}
     for case, size in order:
-        x, fl = runs.get((case, size, "xpath")), runs.get((case, size, "floor"))
-        if not x or not fl:
-            out.append(f"| {case} | {size} | no successful run of {'xpath' if not x else 'the floor'} "
-                       "| | | | | | | no |")
-            misses.append(f"{case} {size}: runs failed")
+        stats[(case, size)] = {p: summary(runs[(case, size, p)]) for p in PROGRAMS
+                               if runs.get((case, size, p))}
+    is_set = lambda case: ": set " in case
+    misses = []
+
+    time_rows, rss_rows = [], []
+    for case, size in order:
+        s = stats[(case, size)]
+        x = s.get("xpath")
+        cells = [f"{pair(*s[p]['t'])}" if p in s else ("—" if p == "xmllint" and is_set(case) else "failed")
+                 for p in PROGRAMS]
+        rss_cells = [f"{s[p]['rss'][0]:.1f}" if p in s else ("—" if p == "xmllint" and is_set(case) else "failed")
+                     for p in PROGRAMS]
+        peer_t, peer_m = best(s, PEERS, "t"), best(s, PEERS, "rss")
+        fl = s.get("floor")
+        if x and fl:
+            rf = {k: (x[k][0] / fl[k][0], x[k][1] / fl[k][1]) for k in x}
+        if x and peer_t:
+            rp = {k: (x[k][0] / s[peer_t][k][0], x[k][1] / s[peer_t][k][1]) for k in ("t", "cpu")}
+        time_rows.append(
+            f"| {case} | {size} | " + " | ".join(cells) + " | "
+            + (f"{rf['t'][0]:.2f} / {rf['t'][1]:.2f}" if x and fl else "") + " | "
+            + (f"{rp['t'][0]:.2f} / {rp['t'][1]:.2f} ({peer_t})" if x and peer_t else "") + " | "
+            + (f"{rf['cpu'][0]:.2f}" if x and fl else "") + " / "
+            + (f"{rp['cpu'][0]:.2f}" if x and peer_t else "") + " |")
+        rss_rows.append(
+            f"| {case} | {size} | " + " | ".join(rss_cells) + " | "
+            + (f"{x['rss'][0] / fl['rss'][0]:.2f}" if x and fl else "") + " | "
+            + (f"{x['rss'][0] / s[peer_m]['rss'][0]:.2f} ({peer_m})" if x and peer_m else "") + " |")
+        if size not in targets:
             continue
-        x, fl = summary(x), summary(fl)
-        stats[(case, size)] = (x, fl)
-        ratio = {k: (x[k][0] / fl[k][0], x[k][1] / fl[k][1]) for k in x}
-        bad = [name for k, name in (("t", "time"), ("rss", "RSS")) if ratio[k][0] > LIMIT]
-        misses += [f"{case} {size}: {name} {ratio[k][0]:.2f}x"
-                   for k, name in (("t", "time"), ("rss", "peak RSS")) if ratio[k][0] > LIMIT]
-        out.append(
-            f"| {case} | {size} | {x['t'][0]:.3f} / {x['t'][1]:.3f} s | {fl['t'][0]:.3f} / {fl['t'][1]:.3f} s "
-            f"| {ratio['t'][0]:.2f} / {ratio['t'][1]:.2f} | {ratio['cpu'][0]:.2f} / {ratio['cpu'][1]:.2f} "
-            f"| {x['rss'][0]:.1f} / {x['rss'][1]:.1f} MiB | {fl['rss'][0]:.1f} / {fl['rss'][1]:.1f} MiB "
-            f"| {ratio['rss'][0]:.2f} | {'yes' if not bad else 'no: ' + ', '.join(bad)} |")
+        if not x or not fl:
+            misses.append(f"{case} {size}: no successful run of xpath or the floor")
+            continue
+        if rf["t"][0] > FLOOR_LIMIT:
+            misses.append(f"{case} {size}: time {rf['t'][0]:.3f}x the floor (min {rf['t'][1]:.3f}x)")
+        if rf["rss"][0] > FLOOR_LIMIT:
+            misses.append(f"{case} {size}: peak RSS {rf['rss'][0]:.3f}x the floor")
+        if peer_t and rp["t"][0] > PEER_LIMIT:
+            misses.append(f"{case} {size}: time {rp['t'][0]:.3f}x {peer_t} (min {rp['t'][1]:.3f}x)")
+        if peer_m and not is_set(case) and x["rss"][0] > PEER_LIMIT * s[peer_m]["rss"][0]:
+            misses.append(f"{case} {size}: peak RSS {x['rss'][0] / s[peer_m]['rss'][0]:.3f}x {peer_m}")
+
+    head = "| case | size | " + " | ".join(PROGRAMS)
+    out = ["Wall time in seconds, median / minimum. *÷ floor*, *÷ best peer*: xpath's time over the "
+           "other's, median / minimum (the best peer: the one of the lower median). *CPU*: the same "
+           "for user + system CPU seconds, medians.", "",
+           head + " | ÷ floor | ÷ best peer | CPU ÷ floor / ÷ best peer |",
+           "|---|---|" + "---|" * len(PROGRAMS) + "---|---|---|"] + time_rows
+    out += ["", "Peak RSS in MiB (medians; it can't read below the measuring wrapper's own size, "
+            "about 13 MiB). *÷ best peer*: over the peer of the least memory.", "",
+            head + " | ÷ floor | ÷ best peer |",
+            "|---|---|" + "---|" * len(PROGRAMS) + "---|---|"] + rss_rows
     for key, n in sorted(failed.items()):
         out.append(f"\nFailed runs (exit status not 0), left out above: {' / '.join(key)}: {n}")
 
-    # Growth: the time at each larger size over the time at the smallest, beside the bytes ratio.
+    # Growth: the time at each size over the time at the size before, beside the bytes ratio.
     growth = []
     cases = list(dict.fromkeys(case for case, _ in order))
     for case in cases:
-        sizes = sorted((s for c, s in order if c == case and (c, s) in stats and s in nbytes),
-                       key=lambda s: nbytes[s])
-        for big in sizes[1:]:
-            small = sizes[0]
-            (xs, fs), (xb, fb) = stats[(case, small)], stats[(case, big)]
-            br = nbytes[big] / nbytes[small]
-            gx, gxmin, gf = xb["t"][0] / xs["t"][0], xb["t"][1] / xs["t"][1], fb["t"][0] / fs["t"][0]
-            gcpu = xb["cpu"][0] / xs["cpu"][0]
-            ok = gx <= LIMIT * br
+        shape = case.split(":")[0]
+        sizes = sorted((s for c, s in order if c == case and (shape, s) in nbytes
+                        and "xpath" in stats[(c, s)]), key=lambda s: nbytes[(shape, s)])
+        for small, big in zip(sizes, sizes[1:]):
+            a, b = stats[(case, small)], stats[(case, big)]
+            br = nbytes[(shape, big)] / nbytes[(shape, small)]
+            per = {p: b[p]["t"][0] / a[p]["t"][0] / br for p in PROGRAMS if p in a and p in b}
+            gx = b["xpath"]["t"][0] / a["xpath"]["t"][0]
+            ok = per["xpath"] <= LINEAR_LIMIT
             if not ok:
-                misses.append(f"{case}: time grows {gx:.1f}x for {br:.1f}x the bytes")
-            growth.append(f"| {case} | {small} → {big} | {br:.2f} | {gx:.2f} / {gxmin:.2f} | {gcpu:.2f} "
-                          f"| {gf:.2f} | {gx / br:.2f} | {gf / br:.2f} | {'yes' if ok else 'no'} |")
+                misses.append(f"{case}: time grows {gx:.1f}x for {br:.1f}x the bytes ({small} → {big})")
+            growth.append(f"| {case} | {small} → {big} | {br:.2f} | {gx:.2f} | "
+                          + " | ".join(f"{per[p]:.2f}" if p in per else "—" for p in PROGRAMS)
+                          + f" | {'yes' if ok else 'no'} |")
     if growth:
-        out += ["", "Growth with the size (t(big) / t(small)); per byte = growth / bytes ratio, 1.00 "
-                "being exactly linear:", "",
-                "| case | sizes | bytes ratio | xpath time growth med / min | xpath CPU growth med "
-                "| floor time growth med | xpath per byte | floor per byte | linear (≤ 1.2) |",
-                "|---|---|---|---|---|---|---|---|---|"] + growth
+        out += ["", "Growth with the size: *xpath growth* = median time at the larger size over the "
+                "smaller; *per byte* = growth / bytes ratio (1.00: exactly linear, below 1: the fixed "
+                "costs weigh less), for each program.", "",
+                "| case | sizes | bytes ratio | xpath growth | " + " | ".join(f"{p} per byte" for p in PROGRAMS)
+                + f" | linear (xpath ≤ {LINEAR_LIMIT}) |",
+                "|---|---|---|---|" + "---|" * len(PROGRAMS) + "---|"] + growth
+
+    if args.percall:
+        times, instr, counter = defaultdict(list), {}, ""
+        with open(args.percall) as f:
+            for line in f:
+                fields = line.rstrip("\n").split("\t")
+                if fields[0] == "time":
+                    times[fields[1]].append(float(fields[3]) / int(fields[4]) * 1000)
+                elif fields[0] == "instructions" and fields[3]:
+                    instr[fields[1]], counter = int(fields[3]), fields[2]
+        if times:
+            base = statistics.median(times["true"]) if "true" in times else 0.0
+            progs = [p for p in ("true",) + PROGRAMS if p in times]
+            med = {p: statistics.median(times[p]) for p in progs}
+            out += ["", f"Cost of one call (a read by @id on a 2 KB file), from loops of calls timed "
+                    f"as a whole, 3 repetitions interleaved; *less /bin/true*: the loop's cost of "
+                    f"starting any program taken off; instructions of one call by {counter or 'nothing'}.", "",
+                    "| program | ms per call med / min | less /bin/true (med) | instructions per call "
+                    "| xpath ÷ this (time, instructions) |", "|---|---|---|---|---|"]
+            for p in progs:
+                name = "/bin/true (baseline)" if p == "true" else p
+                ins = f"{instr[p]:,}" if p in instr else "—"
+                ratio = (f"{med['xpath'] / med[p]:.2f}" if "xpath" in med else "") + (
+                    f", {instr['xpath'] / instr[p]:.2f}" if "xpath" in instr and p in instr else "")
+                out.append(f"| {name} | {med[p]:.3f} / {min(times[p]):.3f} | {med[p] - base:.3f} | {ins} "
+                           f"| {ratio if p != 'true' else ''} |")
+            peers = [p for p in PEERS if p in med]
+            if "xpath" in med and peers:
+                top = min(peers, key=lambda p: med[p])
+                if med["xpath"] > med[top]:
+                    misses.append(f"cost of a call: {med['xpath']:.3f} ms, {med['xpath'] / med[top]:.2f}x "
+                                  f"{top}'s {med[top]:.3f} ms")
+
     out.append("")
+    sizes = " and ".join(targets)
     if misses:
-        out.append(f"Targets missed (on medians): " + "; ".join(misses) + ".")
+        out.append(f"Targets missed (medians; at {sizes} for the ratios): " + "; ".join(misses) + ".")
     else:
-        out.append(f"All targets met (on medians): within {LIMIT}x of the floor, time per byte "
-                   f"growing at most {LIMIT}x.")
+        out.append(f"All targets met (medians): at {sizes}, time and peak RSS at most {FLOOR_LIMIT}x the "
+                   f"floor's and the best peer's, time per byte growing at most {LINEAR_LIMIT}x, "
+                   "a call no dearer than the best peer's.")
     print("\n".join(out))
 
 
