@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -65,7 +66,35 @@ int MemoryWatch::depth = 0;
 
 // xmlXPathEvalExpression, with the value stack made up front: libxml2 2.9 frees its context
 // and writes through a null stack when it fails to make the stack itself.
+// libxml2 answers a path such as /a/b/c by streaming over every node down to the path's
+// depth, whatever the names on the way, and answers nothing, without an error, when it can't
+// allocate the stream. In parentheses the same path is evaluated step by step: the same
+// nodes, only the matching ones followed. Only plain child steps are rewritten (/name or /*
+// in ASCII), where both forms are the same expression to the engine: a path with // costs far
+// more step by step, and the stream accepts texts that the engine refuses.
+bool plainChildSteps(const xmlChar* path) {
+    if (*path != '/') return false;
+    for (const xmlChar* step = path; *step == '/';) {
+        const xmlChar* c = step + 1;
+        if (*c == '*') {
+            ++c;
+        } else {
+            if (!std::isalpha(*c) && *c != '_') return false;
+            while (std::isalnum(*c) || *c == '_' || *c == '-' || *c == '.')
+                ++c;
+        }
+        if (*c != '/' && *c != 0) return false;
+        step = c;
+    }
+    return true;
+}
+
 xmlXPathObjectPtr evaluate(const xmlChar* path, xmlXPathContextPtr ctx) {
+    std::string stepwise;
+    if (plainChildSteps(path)) {
+        stepwise = "(" + std::string(reinterpret_cast<const char*>(path)) + ")";
+        path = xml(stepwise.c_str());
+    }
     xmlXPathParserContextPtr parser = xmlXPathNewParserContext(path, ctx);
     if (parser == nullptr) return nullptr;
     xmlXPathObjectPtr result = nullptr;

@@ -98,6 +98,7 @@ void failEachAllocation(const char* path, const char* value) {
 TEST(AllocationFailure, EveryFailureIsCleanOrHarmless) {
     ASSERT_TRUE(installed);
     failEachAllocation("/a/@k|/a/b", nullptr);
+    failEachAllocation("/a/b", nullptr);  // plain child steps, no longer streamed
     failEachAllocation("/a/c[@id=\"2\"]/d", "v &amp; w");
     failEachAllocation("/a/b[2]", "new");
 }
