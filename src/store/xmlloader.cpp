@@ -165,6 +165,33 @@ unsigned int nodeCount(xmlXPathObjectPtr obj) {
     return obj && obj->nodesetval ? static_cast<unsigned int>(obj->nodesetval->nodeNr) : 0;
 }
 
+// The content that the library would copy out for a node, read in place where that is its
+// own text: a text, CDATA, comment or instruction, or an element holding one text alone.
+// False for anything else, which is left to xmlNodeGetContent.
+bool ownContent(xmlNodePtr node, const xmlChar*& text) {
+    static const xmlChar none[] = "";
+    switch (node->type) {
+        case XML_TEXT_NODE:
+        case XML_CDATA_SECTION_NODE:
+        case XML_COMMENT_NODE:
+        case XML_PI_NODE:
+            text = node->content ? node->content : none;
+            return true;
+        case XML_ELEMENT_NODE:
+            if (node->children == nullptr) {
+                text = none;
+                return true;
+            }
+            if (node->children->next == nullptr && node->children->type == XML_TEXT_NODE) {
+                text = node->children->content ? node->children->content : none;
+                return true;
+            }
+            return false;
+        default:
+            return false;
+    }
+}
+
 // The value of a node that is not a text node: the content of each child, with one blank
 // between siblings. Built in one growing buffer: joining by += would copy the whole text
 // once per child. ok turns false when the buffer can't be had.
@@ -179,8 +206,10 @@ XString childrenValue(xmlNodePtr node, bool& ok) {
     std::size_t size = 0, capacity = 256;
     xmlChar* buffer = static_cast<xmlChar*>(xmlMalloc(capacity));
     for (; buffer != nullptr && child != nullptr; child = child->next) {
-        xmlChar* content = xmlNodeGetContent(child);
-        std::size_t n = content ? std::strlen(reinterpret_cast<const char*>(content)) : 0;
+        const xmlChar* own = nullptr;
+        xmlChar* content = ownContent(child, own) ? nullptr : xmlNodeGetContent(child);
+        const xmlChar* text = own ? own : content;
+        std::size_t n = text ? std::strlen(reinterpret_cast<const char*>(text)) : 0;
         std::size_t need = size + n + 2;  // the blank and the terminating NUL
         if (need > capacity) {
             while (capacity < need)
@@ -190,7 +219,7 @@ XString childrenValue(xmlNodePtr node, bool& ok) {
             buffer = grown;
         }
         if (buffer != nullptr) {
-            if (n) std::memcpy(buffer + size, content, n);
+            if (n) std::memcpy(buffer + size, text, n);
             size += n;
             if (child->next) buffer[size++] = ' ';
             buffer[size] = 0;
