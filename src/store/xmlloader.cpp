@@ -166,8 +166,8 @@ unsigned int nodeCount(xmlXPathObjectPtr obj) {
 }
 
 // The content that the library would copy out for a node, read in place where that is its
-// own text: a text, CDATA, comment or instruction, or an element holding one text alone.
-// False for anything else, which is left to xmlNodeGetContent.
+// own text: a text, CDATA, comment or instruction, or an element holding one text or CDATA
+// alone. False for anything else, which is left to xmlNodeGetContent.
 bool ownContent(xmlNodePtr node, const xmlChar*& text) {
     static const xmlChar none[] = "";
     switch (node->type) {
@@ -182,7 +182,8 @@ bool ownContent(xmlNodePtr node, const xmlChar*& text) {
                 text = none;
                 return true;
             }
-            if (node->children->next == nullptr && node->children->type == XML_TEXT_NODE) {
+            if (node->children->next == nullptr && (node->children->type == XML_TEXT_NODE ||
+                                                    node->children->type == XML_CDATA_SECTION_NODE)) {
                 text = node->children->content ? node->children->content : none;
                 return true;
             }
@@ -231,6 +232,62 @@ XString childrenValue(xmlNodePtr node, bool& ok) {
     value.length();
     return value;
 }
+
+// Writes a node's value (nodeValue's bytes) and a newline to out, piece by piece from the
+// document: a large value is never gathered. Pieces go out in blocks, not one stdio call each.
+class ValueWriter {
+  public:
+    explicit ValueWriter(std::FILE* out) : out(out) {}
+    ~ValueWriter() { flush(); }
+
+    void write(xmlNodePtr node) {
+        if (node->type == XML_NAMESPACE_DECL) {
+            put(reinterpret_cast<xmlNsPtr>(node)->href);
+        } else if (xmlNodeIsText(node)) {
+            put(node->content);
+        } else {
+            for (xmlNodePtr child = node->children; child != nullptr; child = child->next) {
+                const xmlChar* own = nullptr;
+                if (ownContent(child, own)) {
+                    put(own);
+                } else {
+                    xmlChar* content = xmlNodeGetContent(child);
+                    put(content);
+                    xmlFree(content);
+                }
+                if (child->next) put(' ');
+            }
+        }
+        put('\n');
+    }
+
+  private:
+    void put(const xmlChar* text) {
+        if (text == nullptr) return;
+        const std::size_t n = std::strlen(reinterpret_cast<const char*>(text));
+        if (n > sizeof block - used) {
+            flush();
+            if (n >= sizeof block) {  // a large piece goes straight out
+                std::fwrite(text, 1, n, out);
+                return;
+            }
+        }
+        std::memcpy(block + used, text, n);
+        used += n;
+    }
+    void put(char c) {
+        if (used == sizeof block) flush();
+        block[used++] = c;
+    }
+    void flush() {
+        if (used) std::fwrite(block, 1, used, out);
+        used = 0;
+    }
+
+    std::FILE* out;
+    std::size_t used = 0;
+    char block[1 << 15];
+};
 
 XString nodeValue(xmlNodePtr node, bool& ok) {
     // A namespace node is a different record: its links are not children and siblings.
@@ -778,6 +835,10 @@ bool XMLLoader::getVectorImpl(const XString& path, std::vector<XString>& values,
     return impl->getVector(path, values, max);
 }
 
+bool XMLLoader::writeValues(const std::string& path, std::FILE* out) const {
+    return impl->writeValues(XString(path), out);
+}
+
 bool XMLLoader::setOrCreateVectorImpl(const XString& path, const std::vector<XString>& values,
                                       const std::vector<bool>& flags) {
     return impl->setOrCreateVector(path, values, flags);
@@ -825,17 +886,20 @@ unsigned int XMLLoaderImpl::countNodes(const XString& path) const {
     return watch.ok(true) ? count : 0;
 }
 
-bool XMLLoaderImpl::getVector(const XString& path, std::vector<XString>& values,
-                              unsigned int max) const {
-    auto log = logger.getFunctor<Logger::Id>("getVector");
+namespace {
+
+// Evaluates path and hands each selected node (the first max; all when max is 0) to visit,
+// in order: the common way of getVector and writeValues, with the same log lines.
+template <class Visit>
+bool eachNode(const XMLLoaderImpl& impl, const XString& path, unsigned int max, Visit visit) {
+    auto log = XMLLoaderImpl::logger.getFunctor<Logger::Id>("getVector");
     MemoryWatch watch;
     XLOG(log, LOG_TRACE, "getVector: " + str(path));
     xmlXPathContextPtr ctx = nullptr;
     xmlXPathObjectPtr obj = nullptr;
-    if (!evalToContextAndObj(path, ctx, obj)) return false;
+    if (!impl.evalToContextAndObj(path, ctx, obj)) return false;
     unsigned int count = nodeCount(obj);
     if (max != 0 && max < count) count = max;
-    values.reserve(values.size() + count);  // one allocation: values are never moved about
     bool ok = true;
     for (unsigned int i = 0; i < count && ok; ++i) {
         xmlNodePtr node = obj->nodesetval->nodeTab[i];
@@ -845,10 +909,27 @@ bool XMLLoaderImpl::getVector(const XString& path, std::vector<XString>& values,
             ok = false;
             break;
         }
-        values.push_back(nodeValue(node, ok));
+        visit(node, count, ok);
     }
     freeEval(obj, ctx);
     return watch.ok(ok);
+}
+
+}  // namespace
+
+bool XMLLoaderImpl::getVector(const XString& path, std::vector<XString>& values,
+                              unsigned int max) const {
+    const std::size_t before = values.size();
+    return eachNode(*this, path, max, [&](xmlNodePtr node, unsigned int count, bool& ok) {
+        if (values.size() == before) values.reserve(before + count);  // values never move about
+        values.push_back(nodeValue(node, ok));
+    });
+}
+
+bool XMLLoaderImpl::writeValues(const XString& path, std::FILE* out) const {
+    ValueWriter writer(out);
+    return eachNode(*this, path, 0,
+                    [&writer](xmlNodePtr node, unsigned int, bool&) { writer.write(node); });
 }
 
 // ---------------------------------------------------------------- path splitting

@@ -8,6 +8,7 @@
 #include <libxml/xpath.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -35,6 +36,8 @@ class XMLLoaderImpl : public Object {
     unsigned int countNodes(const XString& path) const;
     // Appends the value of each selected node (all of them when max is 0).
     bool getVector(const XString& path, std::vector<XString>& values, unsigned int max) const;
+    // Writes what getVector would append to out, each value and a newline, without holding it.
+    bool writeValues(const XString& path, std::FILE* out) const;
 
     static bool splitPath(const XString& path, XString& parent, XString& node);
     static bool splitCondition(const XString& path, XString& node, XString& name, XString& value);
@@ -79,6 +82,10 @@ class XMLLoader : public Object {
     // Fits the document to path: one node per value, made where missing, removed in surplus.
     template <class T>
     bool setOrCreateVector(const std::string& path, const std::vector<T>& values);
+
+    // Writes the value of each node that path selects to out, each followed by a newline,
+    // straight from the document: getVector's values without holding them all at once.
+    bool writeValues(const std::string& path, std::FILE* out) const;
 
     bool getVectorImpl(const XString& path, std::vector<XString>& values, unsigned int max) const;
     bool setOrCreateVectorImpl(const XString& path, const std::vector<XString>& values,

@@ -25,6 +25,14 @@ namespace {
     std::exit(1);
 }
 
+// Not fatal: the run goes on with no values.
+void badXPath(const char* xpath) {
+    std::fputs(EBADXPATH, stderr);
+    std::fputs(xpath, stderr);
+    std::fputc('\n', stderr);
+    std::fflush(stderr);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -40,25 +48,17 @@ int main(int argc, char** argv) {
     XMLLoader loader(argv[1]);
     if (!loader.loadFile(setMode)) fail(ENOTFOUND, argv[1]);
 
-    std::vector<std::string> values;
-    if (!loader.getVector(std::string(argv[2]), values, 0)) {
-        std::fputs(EBADXPATH, stderr);
-        std::fputs(argv[2], stderr);
-        std::fputc('\n', stderr);
-        std::fflush(stderr);
-    }
-
     if (!setMode) {
-        // Values leave in large blocks; exit flushes what is left.
+        // Values leave in large blocks, straight from the document; exit flushes what is left.
         static char block[1 << 16];
         std::setvbuf(stdout, block, _IOFBF, sizeof block);
-        for (const std::string& value : values) {
-            std::fwrite(value.data(), 1, value.size(), stdout);
-            std::fputc('\n', stdout);
-        }
+        if (!loader.writeValues(argv[2], stdout)) badXPath(argv[2]);
         std::exit(0);
     }
 
+    // Set mode needs only to know whether more than one node is selected.
+    std::vector<std::string> values;
+    if (!loader.getVector(std::string(argv[2]), values, 2)) badXPath(argv[2]);
     if (values.size() > 1) fail(ETOOMANY);
     bool stored;
     {

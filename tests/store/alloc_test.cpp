@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <libxml/xmlmemory.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -51,17 +52,24 @@ const char* const original =
     "<!DOCTYPE a [<!ENTITY e \"\xe9\">]>\n"
     "<a k=\"1\"><b>x &e;</b><b>y<!--c--><i>z</i></b></a>\n";
 
-// One run of the tool: read mode gives the values, set mode the file afterwards. False when
-// any step fails.
+// One run of the tool: read mode gives what it writes, set mode the file afterwards. False
+// when any step fails.
 bool run(const std::string& file, const char* path, const char* value, std::string& out) {
     XMLLoader loader(file);
+    if (!loader.loadFile(value != nullptr)) return false;
+    if (value == nullptr) {
+        char* text = nullptr;
+        std::size_t size = 0;
+        std::FILE* written = open_memstream(&text, &size);
+        const bool ok = loader.writeValues(path, written);
+        std::fclose(written);
+        out.assign(text, size);
+        std::free(text);
+        return ok;
+    }
     std::vector<std::string> values;
-    if (!loader.loadFile(value != nullptr) || !loader.getVector(path, values)) return false;
-    out.clear();
-    for (const std::string& v : values)
-        out += v + "|";
-    if (value == nullptr) return true;
-    if (!loader.setOrCreateVector(path, std::vector<std::string>{value}) || !loader.saveFile())
+    if (!loader.getVector(path, values, 2) ||
+        !loader.setOrCreateVector(path, std::vector<std::string>{value}) || !loader.saveFile())
         return false;
     out = contents(file);
     return true;

@@ -1,8 +1,23 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
+
 #include "store_fixture.h"
 
 namespace {
+
+// What writeValues puts out for path: the values, each with a newline.
+std::string written(const Doc& doc, const char* path, bool& ok) {
+    char* text = nullptr;
+    std::size_t size = 0;
+    std::FILE* out = open_memstream(&text, &size);
+    ok = doc.impl.writeValues(XString(path), out);
+    std::fclose(out);
+    std::string result(text, size);
+    std::free(text);
+    return result;
+}
 
 TEST(Read, ValueOfEachSelectedNode) {
     for (const Row& row : readTable("read.tsv")) {
@@ -15,6 +30,30 @@ TEST(Read, ValueOfEachSelectedNode) {
             expected.push_back(v == "\"\"" ? "" : v);
         EXPECT_EQ(strings(values), expected);
         EXPECT_EQ(doc.impl.countNodes(XString(row[1])), expected.size());
+        std::string lines;
+        for (const std::string& v : expected)
+            lines += v + "\n";
+        bool ok;
+        EXPECT_EQ(written(doc, row[1].c_str(), ok), lines);
+        EXPECT_EQ(ok, row[2] == "true");
+    }
+}
+
+TEST(Read, WrittenValuesMatchReadOnesBeyondOneBlock) {
+    // Many small pieces and a piece larger than the writer's block, in one value and apart.
+    std::string xml = "<a><b>" + std::string(70000, 'x') + "</b>";
+    for (int i = 0; i < 9000; ++i)
+        xml += "<c>" + std::to_string(i) + "</c><![CDATA[&]]>";
+    Doc doc((xml + "</a>").c_str());
+    for (const char* path : {"/a", "/a/node()", "/a/b | /a/c[last()]"}) {
+        std::vector<XString> values;
+        ASSERT_TRUE(doc.impl.getVector(XString(path), values, 0));
+        std::string lines;
+        for (const std::string& v : strings(values))
+            lines += v + "\n";
+        bool ok;
+        EXPECT_EQ(written(doc, path, ok), lines) << path;
+        EXPECT_TRUE(ok);
     }
 }
 
