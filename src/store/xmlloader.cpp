@@ -7,6 +7,7 @@
 #include <libxml/xpathInternals.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <new>
 #include <unordered_map>
 
 // Built first: it only stores the address of its parent, which comes up next.
@@ -182,8 +185,9 @@ bool ownContent(xmlNodePtr node, const xmlChar*& text) {
                 text = none;
                 return true;
             }
-            if (node->children->next == nullptr && (node->children->type == XML_TEXT_NODE ||
-                                                    node->children->type == XML_CDATA_SECTION_NODE)) {
+            if (node->children->next == nullptr &&
+                (node->children->type == XML_TEXT_NODE ||
+                 node->children->type == XML_CDATA_SECTION_NODE)) {
                 text = node->children->content ? node->children->content : none;
                 return true;
             }
@@ -588,7 +592,8 @@ xmlDocPtr readFile(const std::string& file) {
     return doc;
 }
 
-// ---- Saving: the whole text first, then the space for it, and only then the old bytes. ----
+// ---- Saving: a new file swapped in whole, or else the whole text first, then the space for
+// it, and only then the old bytes. ----
 
 // The serialised document, gathered in one block that grows in place.
 struct Text {
@@ -616,14 +621,15 @@ struct Text {
     }
 };
 
-// The same text as the library's formatted UTF-8 save to a file.
-bool serialise(xmlDocPtr doc, Text& text) {
+// The same text as the library's formatted UTF-8 save to a file, handed to sink's append.
+template <class Sink>
+bool serialise(xmlDocPtr doc, Sink& sink) {
     xmlSaveCtxtPtr save =
-        xmlSaveToIO(Text::append, nullptr, &text, "UTF-8", XML_SAVE_FORMAT | XML_SAVE_AS_XML);
+        xmlSaveToIO(Sink::append, nullptr, &sink, "UTF-8", XML_SAVE_FORMAT | XML_SAVE_AS_XML);
     if (save == nullptr) return false;
     bool dumped = xmlSaveDoc(save, doc) >= 0;
     bool flushed = xmlSaveClose(save) >= 0;
-    return dumped && flushed && !text.failed && text.size > 0;
+    return dumped && flushed && !sink.failed && sink.size > 0;
 }
 
 // Writes all bytes at offset at, or in order from where the file stands for at < 0.
@@ -686,6 +692,81 @@ bool writeInPlace(const std::string& file, const Text& text) {
     ok = close(fd) == 0 && ok;
     if (!ok && !made.empty()) unlink(made.c_str());  // a file that wasn't there stays missing
     return ok;
+}
+
+// The serialised document on its way to a descriptor, in large writes, never past the
+// process's file size limit (which would raise a signal rather than fail the write).
+struct Stream {
+    int fd;
+    std::size_t size = 0, used = 0;
+    rlim_t limit = RLIM_INFINITY;
+    bool failed = false;
+    char block[1 << 18];
+
+    explicit Stream(int fd) : fd(fd) {
+        struct rlimit fsize;
+        if (getrlimit(RLIMIT_FSIZE, &fsize) == 0) limit = fsize.rlim_cur;
+    }
+    // A failure is only recorded: an error returned here would have the library print its own.
+    static int append(void* context, const char* bytes, int length) {
+        Stream& out = *static_cast<Stream*>(context);
+        const std::size_t n = static_cast<std::size_t>(length);
+        if (out.failed || out.overLimit(n)) return length;
+        if (out.used + n > sizeof out.block && !out.flush()) return length;
+        if (n > sizeof out.block) {
+            out.failed = !writeAll(out.fd, bytes, n, -1);
+        } else {
+            std::memcpy(out.block + out.used, bytes, n);
+            out.used += n;
+        }
+        out.size += n;
+        return length;
+    }
+    bool overLimit(std::size_t n) {
+        failed = limit != RLIM_INFINITY && size + n > limit;
+        return failed;
+    }
+    bool flush() {
+        if (used && !writeAll(fd, block, used, -1)) failed = true;
+        used = 0;
+        return !failed;
+    }
+};
+
+// A new file beside the old one, renamed over it once whole: nothing of the text is held in
+// memory, and the old file is untouched until the new one is complete. Only where the swap
+// keeps all the old file had: one name, its owner and mode, no extended attributes (ACLs,
+// labels), writable to this process. Elsewhere the caller writes in place.
+enum class Swap { done, failed, unsuitable };
+Swap swapIn(const std::string& file, xmlDocPtr doc) {
+    char* resolved = realpath(file.c_str(), nullptr);  // a link stays a link to the new file
+    if (resolved == nullptr) return Swap::unsuitable;
+    const std::string target(resolved);
+    std::free(resolved);
+    struct stat old;
+    if (stat(target.c_str(), &old) != 0 || !S_ISREG(old.st_mode) || old.st_nlink != 1 ||
+        faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0 ||
+        listxattr(target.c_str(), nullptr, 0) != 0)
+        return Swap::unsuitable;
+    const std::size_t slash = target.rfind('/');
+    std::string temp = target.substr(0, slash + 1) + "." + target.substr(slash + 1) + ".XXXXXX";
+    int fd = mkostemp(&temp[0], O_CLOEXEC);
+    if (fd < 0) return Swap::unsuitable;
+    struct stat made;
+    bool same = fstat(fd, &made) == 0 &&
+                ((made.st_uid == old.st_uid && made.st_gid == old.st_gid) ||
+                 fchown(fd, old.st_uid, old.st_gid) == 0) &&
+                fchmod(fd, old.st_mode & 07777) == 0 && flistxattr(fd, nullptr, 0) == 0;
+    bool written = false;
+    if (same) {
+        std::unique_ptr<Stream> out(new (std::nothrow) Stream(fd));
+        // Text cut short for want of memory is no document to put in the old one's place.
+        written = out && serialise(doc, *out) && out->flush() && !MemoryWatch::ranOut();
+    }
+    written = close(fd) == 0 && written;
+    if (same && written && rename(temp.c_str(), target.c_str()) == 0) return Swap::done;
+    unlink(temp.c_str());
+    return same ? Swap::failed : Swap::unsuitable;
 }
 
 // Nesting of set operations; paths deeper than any document the parser reads are refused
@@ -824,6 +905,8 @@ bool XMLLoader::saveFile() const {
     int compression = impl->doc->compression < 0 ? xmlGetCompressMode() : impl->doc->compression;
     if (compression > 0 || impl->filename == "-")
         return xmlSaveFormatFileEnc(impl->filename.c_str(), impl->doc, "UTF-8", 1) > 0;
+    const Swap swapped = swapIn(impl->filename, impl->doc);
+    if (swapped != Swap::unsuitable) return watch.ok(swapped == Swap::done);
     Text text;
     return watch.ok(serialise(impl->doc, text)) && writeInPlace(impl->filename, text);
 }

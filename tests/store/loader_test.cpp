@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 
+#include <dirent.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "store_fixture.h"
@@ -99,6 +103,63 @@ TEST(Loader, SaveMakesTheFileALinkPointsTo) {
     ASSERT_TRUE(loader.setOrCreateVector("/a", std::vector<std::string>{"v"}));
     EXPECT_TRUE(loader.saveFile());
     EXPECT_EQ(Scratch::read(scratch.path("target.xml")), declaration + "<a>v</a>\n");
+}
+
+// The names in a directory.
+std::vector<std::string> names(const std::string& dir) {
+    std::vector<std::string> found;
+    if (DIR* d = opendir(dir.c_str())) {
+        while (dirent* entry = readdir(d))
+            if (entry->d_name[0] != '.' || std::strlen(entry->d_name) > 2)
+                found.push_back(entry->d_name);
+        closedir(d);
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+TEST(Loader, SaveKeepsWhatTheFileWas) {
+    // Each name that reaches the file sees the new text; its mode, links and attributes stay,
+    // and nothing else is left in the directory.
+    enum Shape { plain, hardLinked, symlinked, attributed };
+    for (Shape shape : {plain, hardLinked, symlinked, attributed}) {
+        SCOPED_TRACE(shape);
+        Scratch scratch;
+        const std::string file = scratch.write("f.xml", "<a><b>old</b></a>");
+        ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+        std::string name = file, other;
+        bool made = true;
+        if (shape == hardLinked)
+            made = link(file.c_str(), (other = scratch.path("g.xml")).c_str()) == 0;
+        if (shape == symlinked)
+            made = symlink("f.xml", (name = scratch.path("l.xml")).c_str()) == 0;
+        if (shape == attributed) made = setxattr(file.c_str(), "user.k", "v", 1, 0) == 0;
+        if (!made) continue;  // not on this file system
+        struct stat before, after;
+        ASSERT_EQ(stat(file.c_str(), &before), 0);
+
+        XMLLoader loader(name);
+        ASSERT_TRUE(loader.loadFile(false));
+        ASSERT_TRUE(loader.setOrCreateVector("/a/b", std::vector<std::string>{"new"}));
+        ASSERT_TRUE(loader.saveFile());
+
+        const std::string text = declaration + "<a>\n  <b>new</b>\n</a>\n";
+        for (const std::string& each : {name, file, other}) {
+            if (!each.empty()) {
+                EXPECT_EQ(Scratch::read(each), text) << each;
+            }
+        }
+        ASSERT_EQ(stat(file.c_str(), &after), 0);
+        EXPECT_EQ(after.st_mode, before.st_mode);
+        EXPECT_EQ(after.st_nlink, before.st_nlink);
+        struct stat linked;
+        EXPECT_EQ(lstat(name.c_str(), &linked) == 0 && S_ISLNK(linked.st_mode), shape == symlinked);
+        char value[2] = {};
+        if (shape == attributed) {
+            EXPECT_EQ(getxattr(file.c_str(), "user.k", value, 1), 1);
+        }
+        EXPECT_EQ(names(scratch.dir).size(), shape == plain || shape == attributed ? 1u : 2u);
+    }
 }
 
 TEST(Loader, ReferenceCountStartsAndStopsTheLibraryOnce) {
