@@ -28,4 +28,11 @@ cp "$dir/before" "$dir/fs/f.xml"
 dd if=/dev/zero of="$dir/fs/filler" bs=4k 2> /dev/null  # until the file system is full
 "$xpath" "$dir/fs/f.xml" /a/b "$big" 2> "$dir/err"
 expect_kept "$dir/fs/f.xml" "full file system"
+# A second hard link keeps the save in place, where the space is reserved first.
+ln "$dir/fs/f.xml" "$dir/fs/g.xml"
+"$xpath" "$dir/fs/g.xml" /a/b "$big" 2> "$dir/err"
+expect_kept "$dir/fs/g.xml" "full file system, in place"
+(ulimit -f 4 && exec "$xpath" "$dir/fs/g.xml" /a/b "$big") 2> "$dir/err"
+expect_kept "$dir/fs/g.xml" "file size limit, in place"
+[ "$(ls -A "$dir/fs" | tr '\n' ' ')" = "f.xml filler g.xml " ] || { echo "left: $(ls -A "$dir/fs")"; exit 1; }
 echo "old bytes kept"
