@@ -7,8 +7,10 @@
 #include <libxml/parser.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include "xmlloader.h"
@@ -29,12 +31,20 @@ inline std::string& current() {
     std::abort();
 }
 
-// Called once from LLVMFuzzerInitialize. A loader kept for the whole run holds the library
-// started, so that no input pays for libxml2's start and stop.
-inline void setUp() {
-    static XMLLoader keeper;
-    xmlSetGenericErrorFunc(nullptr, quiet);
-}
+// An input read as a document, a NUL, then an expression; with no NUL it is all document.
+struct Input {
+    const char* document;
+    unsigned int size;
+    bool hasPath;
+    std::string path;
+    Input(const std::uint8_t* data, std::size_t length)
+        : document(reinterpret_cast<const char*>(data)) {
+        const char* nul = static_cast<const char*>(std::memchr(document, 0, length));
+        hasPath = nul != nullptr;
+        size = static_cast<unsigned int>(hasPath ? nul - document : length);
+        if (hasPath) path.assign(nul + 1, document + length);
+    }
+};
 
 // A scratch file of this process, removed at exit.
 inline const std::string& scratchFile() {

@@ -6,19 +6,13 @@
 
 #include "common.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    fuzz::setUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const char* bytes = reinterpret_cast<const char*>(data);
-    const char* nul = static_cast<const char*>(std::memchr(bytes, 0, size));
-    if (nul == nullptr) return 0;
-    const std::string path(nul + 1, bytes + size);
+    const fuzz::Input input(data, size);
+    if (!input.hasPath) return 0;
+    const std::string& path = input.path;
 
     XMLLoader loader(fuzz::scratchFile());
-    if (!loader.loadArray(bytes, static_cast<unsigned int>(nul - bytes))) return 0;
+    if (!loader.loadArray(input.document, input.size)) return 0;
     std::vector<std::string> before;
     const bool selects = loader.getVector(path, before);
     if (loader.deletePath(path) != (selects && before.size() == 1))

@@ -8,19 +8,12 @@
 
 #include "common.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    fuzz::setUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    const char* bytes = reinterpret_cast<const char*>(data);
-    const char* nul = static_cast<const char*>(std::memchr(bytes, 0, size));
-    const std::size_t docSize = nul ? static_cast<std::size_t>(nul - bytes) : size;
-    const std::string path = nul ? std::string(nul + 1, bytes + size) : std::string("//node()");
+    const fuzz::Input input(data, size);
+    const std::string path = input.hasPath ? input.path : "//node()";
 
     XMLLoader loader;
-    if (!loader.loadArray(bytes, static_cast<unsigned int>(docSize))) return 0;
+    if (!loader.loadArray(input.document, input.size)) return 0;
     std::vector<std::string> values(2, "stale");
     bool ok = loader.getVector(path, values);
     if (!ok && !values.empty()) fuzz::broken("getVector: false with values");

@@ -6,11 +6,6 @@
 
 #include "common.h"
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    fuzz::setUp();
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     // A std::string may bring NULs into an XString: no crash, no read outside the bytes.
     const char* bytes = reinterpret_cast<const char*>(data);
