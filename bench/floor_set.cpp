@@ -5,7 +5,6 @@
 // under the first node of the parent path, making missing parents the same way. Then it
 // saves the file formatted in UTF-8. The benchmark compares the tool's set with it.
 
-#include <libxml/parser.h>
 #include <libxml/tree.h>
 #include <libxml/xpath.h>
 
@@ -13,10 +12,9 @@
 #include <cstdlib>
 #include <string>
 
-namespace {
+#include "floor.h"
 
-// Kept reachable to the end, like the tool's document (see floor_read.cpp).
-xmlDocPtr doc = nullptr;
+namespace {
 
 const xmlChar* xml(const char* s) {
     return reinterpret_cast<const xmlChar*>(s);
@@ -52,21 +50,8 @@ xmlNodePtr element(xmlXPathContextPtr ctx, const std::string& path) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4) {
-        std::fputs("Usage: floor_set <file> <xpath> <value>\n", stderr);
-        return 2;
-    }
-    xmlInitParser();
-    LIBXML_TEST_VERSION
-    xmlKeepBlanksDefault(0);
-    *__xmlIndentTreeOutput() = 1;
-
-    doc = xmlParseFile(argv[1]);
-    if (doc == nullptr) {
-        std::fprintf(stderr, "floor_set: cannot parse %s\n", argv[1]);
-        return 1;
-    }
-    xmlXPathContextPtr ctx = xmlXPathNewContext(doc);
+    floors::parse(argc, argv, "floor_set", 3, "<file> <xpath> <value>");
+    xmlXPathContextPtr ctx = xmlXPathNewContext(floors::doc);
     if (ctx == nullptr) return 1;
     const std::string path = argv[2];
     const xmlChar* value = xml(argv[3]);
@@ -87,7 +72,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "floor_set: cannot store a value at %s\n", argv[2]);
         return 1;
     }
-    if (xmlSaveFormatFileEnc(argv[1], doc, "UTF-8", 1) < 0) {
+    if (xmlSaveFormatFileEnc(argv[1], floors::doc, "UTF-8", 1) < 0) {
         std::fprintf(stderr, "floor_set: cannot save %s\n", argv[1]);
         return 1;
     }
