@@ -13,6 +13,7 @@
 
 #include <unistd.h>
 
+#include "../common/files.h"
 #include "xmlloader.h"
 
 namespace {
@@ -40,13 +41,6 @@ void quiet(void*, const char*, ...) {}
 const bool installed = xmlMemSetup(std::free, tryMalloc, tryRealloc, tryStrdup) == 0 &&
                        (xmlSetGenericErrorFunc(nullptr, quiet), true);
 
-std::string contents(const std::string& file) {
-    std::ifstream in(file, std::ios::binary);
-    std::stringstream all;
-    all << in.rdbuf();
-    return all.str();
-}
-
 const char* const original =
     "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n"
     "<!DOCTYPE a [<!ENTITY e \"\xe9\">]>\n"
@@ -58,20 +52,15 @@ bool run(const std::string& file, const char* path, const char* value, std::stri
     XMLLoader loader(file);
     if (!loader.loadFile(value != nullptr)) return false;
     if (value == nullptr) {
-        char* text = nullptr;
-        std::size_t size = 0;
-        std::FILE* written = open_memstream(&text, &size);
-        const bool ok = loader.writeValues(path, written);
-        std::fclose(written);
-        out.assign(text, size);
-        std::free(text);
+        bool ok;
+        out = captured([&](std::FILE* to) { return loader.writeValues(path, to); }, ok);
         return ok;
     }
     std::vector<std::string> values;
     if (!loader.getVector(path, values, 2) ||
         !loader.setOrCreateVector(path, std::vector<std::string>{value}) || !loader.saveFile())
         return false;
-    out = contents(file);
+    out = readFile(file);
     return true;
 }
 
@@ -95,7 +84,7 @@ void failEachAllocation(const char* path, const char* value) {
         if (ok) {
             EXPECT_EQ(out, expected) << path << ": allocation " << n << " failed";
         } else if (value) {
-            EXPECT_EQ(contents(file), original) << path << ": allocation " << n << " failed";
+            EXPECT_EQ(readFile(file), original) << path << ": allocation " << n << " failed";
         }
     }
     EXPECT_GT(n, 50) << path;  // the runs do allocate through libxml2

@@ -1,22 +1,19 @@
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
-
+#include "../common/files.h"
 #include "store_fixture.h"
 
 namespace {
 
-// What writeValues puts out for path: the values, each with a newline.
+// What writeValues puts out for path, and the lines that values make.
 std::string written(const Doc& doc, const char* path, bool& ok) {
-    char* text = nullptr;
-    std::size_t size = 0;
-    std::FILE* out = open_memstream(&text, &size);
-    ok = doc.impl.writeValues(XString(path), out);
-    std::fclose(out);
-    std::string result(text, size);
-    std::free(text);
-    return result;
+    return captured([&](std::FILE* out) { return doc.impl.writeValues(XString(path), out); }, ok);
+}
+std::string lines(const std::vector<std::string>& values) {
+    std::string text;
+    for (const std::string& v : values)
+        text += v + "\n";
+    return text;
 }
 
 TEST(Read, ValueOfEachSelectedNode) {
@@ -30,11 +27,8 @@ TEST(Read, ValueOfEachSelectedNode) {
             expected.push_back(v == "\"\"" ? "" : v);
         EXPECT_EQ(strings(values), expected);
         EXPECT_EQ(doc.impl.countNodes(XString(row[1])), expected.size());
-        std::string lines;
-        for (const std::string& v : expected)
-            lines += v + "\n";
         bool ok;
-        EXPECT_EQ(written(doc, row[1].c_str(), ok), lines);
+        EXPECT_EQ(written(doc, row[1].c_str(), ok), lines(expected));
         EXPECT_EQ(ok, row[2] == "true");
     }
 }
@@ -48,11 +42,8 @@ TEST(Read, WrittenValuesMatchReadOnesBeyondOneBlock) {
     for (const char* path : {"/a", "/a/node()", "/a/b | /a/c[last()]"}) {
         std::vector<XString> values;
         ASSERT_TRUE(doc.impl.getVector(XString(path), values, 0));
-        std::string lines;
-        for (const std::string& v : strings(values))
-            lines += v + "\n";
         bool ok;
-        EXPECT_EQ(written(doc, path, ok), lines) << path;
+        EXPECT_EQ(written(doc, path, ok), lines(strings(values))) << path;
         EXPECT_TRUE(ok);
     }
 }

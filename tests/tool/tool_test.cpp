@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "../common/files.h"
 #include "../common/table.h"
 
 namespace {
@@ -48,14 +49,6 @@ Result run(const std::vector<std::string>& args, const std::string& dir) {
     waitpid(pid, &status, 0);
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
     return r;
-}
-
-std::string readFile(const std::string& file) {
-    std::ifstream in(file, std::ios::binary);
-    if (!in) return "(absent)";
-    std::stringstream all;
-    all << in.rdbuf();
-    return all.str();
 }
 
 // "F" (also in front of a '/') and "%F" stand for the file, "''" for an empty argument.
