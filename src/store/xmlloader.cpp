@@ -197,9 +197,25 @@ bool ownContent(xmlNodePtr node, const xmlChar*& text) {
     }
 }
 
-// The value of a node that is not a text node: the content of each child, with one blank
-// between siblings. Built in one growing buffer: joining by += would copy the whole text
-// once per child. ok turns false when the buffer can't be had.
+// The value of a node that is not a text node, piece by piece: hands put each child's content
+// (null for none), and whether a blank follows it, as one comes between siblings. A child's
+// own text is handed where it stands; other content is copied out and freed after.
+template <class Put>
+void eachPiece(xmlNodePtr node, Put put) {
+    for (xmlNodePtr child = node->children; child != nullptr; child = child->next) {
+        const xmlChar* own = nullptr;
+        if (ownContent(child, own)) {
+            put(own, child->next != nullptr);
+        } else {
+            xmlChar* content = xmlNodeGetContent(child);
+            put(content, child->next != nullptr);
+            xmlFree(content);
+        }
+    }
+}
+
+// The value of a node that is not a text node, built in one growing buffer: joining by +=
+// would copy the whole text once per child. ok turns false when the buffer can't be had.
 XString childrenValue(xmlNodePtr node, bool& ok) {
     xmlNodePtr child = node->children;
     if (child == nullptr) return XString();
@@ -210,27 +226,22 @@ XString childrenValue(xmlNodePtr node, bool& ok) {
     }
     std::size_t size = 0, capacity = 256;
     xmlChar* buffer = static_cast<xmlChar*>(xmlMalloc(capacity));
-    for (; buffer != nullptr && child != nullptr; child = child->next) {
-        const xmlChar* own = nullptr;
-        xmlChar* content = ownContent(child, own) ? nullptr : xmlNodeGetContent(child);
-        const xmlChar* text = own ? own : content;
+    eachPiece(node, [&](const xmlChar* text, bool blank) {
         std::size_t n = text ? std::strlen(reinterpret_cast<const char*>(text)) : 0;
         std::size_t need = size + n + 2;  // the blank and the terminating NUL
-        if (need > capacity) {
+        if (buffer != nullptr && need > capacity) {
             while (capacity < need)
                 capacity *= 2;
             xmlChar* grown = static_cast<xmlChar*>(xmlRealloc(buffer, capacity));
             if (grown == nullptr) xmlFree(buffer);
             buffer = grown;
         }
-        if (buffer != nullptr) {
-            if (n) std::memcpy(buffer + size, text, n);
-            size += n;
-            if (child->next) buffer[size++] = ' ';
-            buffer[size] = 0;
-        }
-        xmlFree(content);
-    }
+        if (buffer == nullptr) return;
+        if (n) std::memcpy(buffer + size, text, n);
+        size += n;
+        if (blank) buffer[size++] = ' ';
+        buffer[size] = 0;
+    });
     ok = ok && buffer != nullptr;
     XString value(buffer, true);
     value.length();
@@ -250,17 +261,10 @@ class ValueWriter {
         } else if (xmlNodeIsText(node)) {
             put(node->content);
         } else {
-            for (xmlNodePtr child = node->children; child != nullptr; child = child->next) {
-                const xmlChar* own = nullptr;
-                if (ownContent(child, own)) {
-                    put(own);
-                } else {
-                    xmlChar* content = xmlNodeGetContent(child);
-                    put(content);
-                    xmlFree(content);
-                }
-                if (child->next) put(' ');
-            }
+            eachPiece(node, [this](const xmlChar* text, bool blank) {
+                put(text);
+                if (blank) put(' ');
+            });
         }
         put('\n');
     }
