@@ -8,6 +8,17 @@ namespace xpath_store {
 
 namespace {
 
+// A parse that ran out of memory can end early and still hand back a document: refused.
+xmlDocPtr whole(xmlDocPtr doc) {
+    if (doc && (MemoryWatch::ranOut() || xmlDocGetRootElement(doc) == nullptr)) {
+        xmlFreeDoc(doc);
+        return nullptr;
+    }
+    return doc;
+}
+
+}  // namespace
+
 // The options under which the library's reading calls build the same tree as its plain
 // parse under the process-wide settings, with names shared in the document's dictionary and
 // short texts kept inside their nodes: the same tree, built faster and smaller.
@@ -21,17 +32,6 @@ int leanParseOptions() {
     if (xmlPedanticParserDefaultValue) options |= XML_PARSE_PEDANTIC;
     return options;
 }
-
-// A parse that ran out of memory can end early and still hand back a document: refused.
-xmlDocPtr whole(xmlDocPtr doc) {
-    if (doc && (MemoryWatch::ranOut() || xmlDocGetRootElement(doc) == nullptr)) {
-        xmlFreeDoc(doc);
-        return nullptr;
-    }
-    return doc;
-}
-
-}  // namespace
 
 // The plain parse of a file marks a compressed one for the strongest compression on save.
 xmlDocPtr readFile(const std::string& file) {

@@ -10,6 +10,9 @@
 
 namespace xpath_store {
 
+// The reading options of the library under which its reading calls give what its plain parse
+// gives under the process-wide settings.
+int leanParseOptions();
 // The document in file, or null when it doesn't parse whole.
 xmlDocPtr readFile(const std::string& file);
 // The document in the first size bytes of buffer, or null.

@@ -1,0 +1,129 @@
+#ifndef XPATH_STORE_HOLDING_H
+#define XPATH_STORE_HOLDING_H
+
+// What a streamed read keeps back until the document has parsed whole: the values, in
+// document order, and libxml2's diagnostics. Internal: not installed.
+
+#include <cstddef>
+#include <cstdio>
+#include <deque>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace xpath_store {
+
+// Bytes kept in memory up to a bound, then in an unnamed temporary file.
+class Held {
+  public:
+    explicit Held(std::size_t bound) : bound(bound) {}
+    ~Held();
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+
+    void add(const char* bytes, std::size_t n) {
+        memory.append(bytes, n);
+        if (memory.size() > bound) spill();
+    }
+    void add(char c) {
+        memory.push_back(c);
+        if (memory.size() > bound) spill();
+    }
+    // Moves all of other's bytes behind these.
+    void take(Held& other);
+    // Writes them all to out, in order; false, with errno, when a write fails.
+    bool writeTo(std::FILE* out);
+    void clear();
+    // False once the temporary file failed; errno was set then.
+    bool ok() const { return error == 0; }
+    int failure() const { return error; }
+
+  private:
+    void spill();
+    template <class Put>
+    bool each(Put put);
+
+    std::string memory;  // all the bytes, or those not yet in file
+    std::FILE* file = nullptr;
+    std::size_t bound;
+    int error = 0;
+};
+
+// libxml2's diagnostics while one read runs: its own handler goes on formatting them, into a
+// stream of ours, so they are exactly what it would have printed where it prints.
+class HeldDiagnostics {
+  public:
+    HeldDiagnostics();
+    ~HeldDiagnostics() { stop(); }
+    HeldDiagnostics(const HeldDiagnostics&) = delete;
+    HeldDiagnostics& operator=(const HeldDiagnostics&) = delete;
+
+    // False when a handler of the caller's own is installed: then nothing is held.
+    bool holding() const { return into != nullptr; }
+    // Prints what was held where the library would have printed it.
+    void release();
+    // Forgets it: the tree's read will print the same again.
+    void discard();
+
+  private:
+    void stop();
+
+    Held held{1 << 20};
+    std::FILE* into = nullptr;
+    void* before = nullptr;
+};
+
+// Whether a value is kept, for a value that waits for an element's end or its parent's.
+struct Decision {
+    enum State : char { open, kept, dropped } state = open;
+};
+using Wait = std::shared_ptr<Decision>;
+using Waits = std::vector<Wait>;
+
+// The values of a read in document order. A value opens where its node starts and closes
+// where it ends, so the value of an element holding another comes out first; a value that
+// waits for decisions is held until they are taken, then kept or dropped.
+class Output {
+  public:
+    explicit Output(Held& done) : done(done) {}
+
+    using Id = std::size_t;
+    Id open(const Waits& waits);
+    void add(Id id, const char* bytes, std::size_t n) {
+        if (Slot* s = live(id)) s->direct ? done.add(bytes, n) : s->bytes.add(bytes, n);
+    }
+    void add(Id id, char c) {
+        if (Slot* s = live(id)) s->direct ? done.add(c) : s->bytes.add(c);
+    }
+    // Ends the value with its newline.
+    void close(Id id);
+    // A value whole at once.
+    void value(const Waits& waits, const char* bytes, std::size_t n);
+    // Moves on what a decision just taken lets go.
+    void decided() { pump(); }
+    bool ok() const;
+    int failure() const;
+
+  private:
+    struct Slot {
+        explicit Slot(const Waits& w) : waits(w) {}
+        Held bytes{1 << 20};
+        Waits waits;
+        bool closed = false, direct = false;
+    };
+    static Decision::State state(const Waits& waits);
+    Slot* live(Id id) {
+        Slot& s = queue[id - first];
+        return s.waits.empty() || state(s.waits) != Decision::dropped ? &s : nullptr;
+    }
+    void pump();
+
+    Held& done;
+    std::deque<Slot> queue;
+    Id first = 0;  // the Id of queue.front()
+    int error = 0;
+};
+
+}  // namespace xpath_store
+
+#endif
