@@ -3,6 +3,9 @@
 #include <libxml/globals.h>
 #include <libxml/xmlerror.h>
 
+#include <sys/sendfile.h>
+#include <unistd.h>
+
 #include <cerrno>
 
 namespace xpath_store {
@@ -13,11 +16,34 @@ Held::~Held() {
     if (file) std::fclose(file);
 }
 
+// Room for n more bytes: a larger buffer while under the bound, else the file takes what the
+// buffer holds (and bytes that would not fit it at all).
+void Held::make(const char* bytes, std::size_t n) {
+    if (used + n <= bound) {
+        std::size_t grown = capacity ? capacity : 4096;
+        while (grown < used + n)
+            grown *= 2;
+        grown = grown < bound ? grown : bound;
+        std::unique_ptr<char[]> larger(new char[grown]);
+        if (used) std::memcpy(larger.get(), memory.get(), used);
+        memory = std::move(larger);
+        capacity = grown;
+    } else {
+        spill();
+        if (n > capacity - used) return write(bytes, n);
+    }
+    std::memcpy(memory.get() + used, bytes, n);
+    used += n;
+}
+
 void Held::spill() {
+    write(memory.get(), used);
+    used = 0;
+}
+
+void Held::write(const char* bytes, std::size_t n) {
     if (error == 0 && file == nullptr && (file = std::tmpfile()) == nullptr) error = errno ? errno : EIO;
-    if (error == 0 && std::fwrite(memory.data(), 1, memory.size(), file) != memory.size())
-        error = errno ? errno : EIO;
-    memory.clear();
+    if (error == 0 && n && std::fwrite(bytes, 1, n, file) != n) error = errno ? errno : EIO;
 }
 
 // Hands put each block of the bytes in order; false when put or the file fails.
@@ -37,7 +63,7 @@ bool Held::each(Put put) {
             return false;
         }
     }
-    return memory.empty() || put(memory.data(), memory.size());
+    return used == 0 || put(memory.get(), used);
 }
 
 void Held::take(Held& other) {
@@ -51,16 +77,38 @@ void Held::take(Held& other) {
 }
 
 bool Held::writeTo(std::FILE* out) {
-    return each([out](const char* bytes, std::size_t n) {
+    auto write = [out](const char* bytes, std::size_t n) {
         if (std::fwrite(bytes, 1, n, out) == n) return true;
         if (errno == 0) errno = EIO;
         return false;
-    });
+    };
+    const int sent = file && error == 0 ? send(out) : 0;
+    if (sent < 0) return false;
+    if (sent == 0) return each(write);
+    return used == 0 || write(memory.get(), used);
+}
+
+// The temporary file's bytes to out, copied by the kernel: 1 when done, 0 when out can't take
+// them this way (nothing sent), -1 when a write failed (errno says why).
+int Held::send(std::FILE* out) {
+    const int from = fileno(file), to = fileno(out);
+    if (std::fflush(file) != 0) return error = errno, -1;
+    const off_t size = lseek(from, 0, SEEK_END);
+    if (to < 0 || size < 0) return 0;
+    if (std::fflush(out) != 0) return -1;
+    for (off_t at = 0; at < size;) {
+        const ssize_t n = sendfile(to, from, &at, static_cast<std::size_t>(size - at));
+        if (n > 0 || (n < 0 && errno == EINTR)) continue;
+        if (n < 0 && at == 0 && (errno == EINVAL || errno == ENOSYS)) return 0;
+        if (n == 0) errno = EIO;
+        return -1;
+    }
+    return 1;
 }
 
 void Held::clear() {
-    memory.clear();
-    memory.shrink_to_fit();
+    memory.reset();
+    used = capacity = 0;
     if (file) std::fclose(file);
     file = nullptr;
 }
@@ -119,21 +167,27 @@ Decision::State Output::state(const Waits& waits) {
 }
 
 Output::Id Output::open(const Waits& waits) {
-    const Id id = first + queue.size();
-    const bool direct = queue.empty() && state(waits) == Decision::kept;
+    if (!directOpen && queue.empty() && state(waits) == Decision::kept) {
+        directOpen = true;
+        return direct;
+    }
     queue.emplace_back(waits);
-    queue.back().direct = direct;  // the first in line and kept: straight to done
-    return id;
+    return first + queue.size() - 1;
 }
 
 void Output::close(Id id) {
     add(id, '\n');
-    queue[id - first].closed = true;
-    if (id == first) pump();
+    if (id == direct) {
+        directOpen = false;
+    } else {
+        queue[id - first].closed = true;
+        if (id != first) return;
+    }
+    if (!queue.empty()) pump();
 }
 
 void Output::value(const Waits& waits, const char* bytes, std::size_t n) {
-    if (queue.empty() && state(waits) == Decision::kept) {
+    if (!directOpen && queue.empty() && state(waits) == Decision::kept) {
         done.add(bytes, n);
         done.add('\n');
         return;
@@ -144,7 +198,7 @@ void Output::value(const Waits& waits, const char* bytes, std::size_t n) {
 }
 
 void Output::pump() {
-    while (!queue.empty()) {
+    while (!directOpen && !queue.empty()) {
         Slot& s = queue.front();
         const Decision::State st = state(s.waits);
         if (st == Decision::open) return;

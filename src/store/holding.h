@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <memory>
 #include <string>
@@ -22,12 +23,13 @@ class Held {
     Held& operator=(const Held&) = delete;
 
     void add(const char* bytes, std::size_t n) {
-        memory.append(bytes, n);
-        if (memory.size() > bound) spill();
+        if (n > capacity - used) return make(bytes, n);
+        std::memcpy(memory.get() + used, bytes, n);
+        used += n;
     }
     void add(char c) {
-        memory.push_back(c);
-        if (memory.size() > bound) spill();
+        if (capacity == used) return make(&c, 1);
+        memory[used++] = c;
     }
     // Moves all of other's bytes behind these.
     void take(Held& other);
@@ -39,11 +41,15 @@ class Held {
     int failure() const { return error; }
 
   private:
+    void make(const char* bytes, std::size_t n);
     void spill();
+    void write(const char* bytes, std::size_t n);
+    int send(std::FILE* out);
     template <class Put>
     bool each(Put put);
 
-    std::string memory;  // all the bytes, or those not yet in file
+    std::unique_ptr<char[]> memory;  // all the bytes, or those not yet in file
+    std::size_t used = 0, capacity = 0;
     std::FILE* file = nullptr;
     std::size_t bound;
     int error = 0;
@@ -88,12 +94,19 @@ class Output {
     explicit Output(Held& done) : done(done) {}
 
     using Id = std::size_t;
+    static constexpr Id none = ~Id(0);  // no value: for those who keep an Id or none
     Id open(const Waits& waits);
     void add(Id id, const char* bytes, std::size_t n) {
-        if (Slot* s = live(id)) s->direct ? done.add(bytes, n) : s->bytes.add(bytes, n);
+        if (id == direct)
+            done.add(bytes, n);
+        else if (Slot* s = live(id))
+            s->direct ? done.add(bytes, n) : s->bytes.add(bytes, n);
     }
     void add(Id id, char c) {
-        if (Slot* s = live(id)) s->direct ? done.add(c) : s->bytes.add(c);
+        if (id == direct)
+            done.add(c);
+        else if (Slot* s = live(id))
+            s->direct ? done.add(c) : s->bytes.add(c);
     }
     // Ends the value with its newline.
     void close(Id id);
@@ -118,7 +131,12 @@ class Output {
     }
     void pump();
 
+    // The Id of a value first in line and kept from the start: it goes straight to done, with
+    // no slot in the queue, as most values do.
+    static constexpr Id direct = none - 1;
+
     Held& done;
+    bool directOpen = false;
     std::deque<Slot> queue;
     Id first = 0;  // the Id of queue.front()
     int error = 0;

@@ -39,7 +39,7 @@ struct Level {
     enum Kind : char { none, text, cdata, other } last = none;
     std::size_t textLength = 0;  // of the last text or CDATA child
     bool textsSelected = false;
-    long slot = -1, textSlot = -1;  // its value and its text child's, when selected
+    Output::Id slot = Output::none, textSlot = Output::none;  // its value, its text child's
     bool copied = false;            // in the subtree being built, as copy
     xmlNodePtr copy = nullptr;
     std::vector<unsigned long> counters;  // of its children, one per [n] and [last()]
@@ -90,10 +90,14 @@ class Reader {
     xmlNodePtr copy();
     const xmlChar* attribute(const xmlChar* name, std::string& value) const;
     const Waits& waitsOf(const Level& level, std::size_t k) const {
-        static const Waits none;
-        return waiting && k > 0 ? level.waits[k] : none;
+        return waiting && k > 0 ? level.waits[k] : noWaits;
     }
     void hugeText();
+    void keepLast(Level& level);
+    void moveOn() {
+        if (decided) output.decided();
+        decided = false;
+    }
 
     const Plan& plan;
     xmlParserCtxtPtr ctxt;
@@ -110,9 +114,11 @@ class Reader {
     std::vector<Level> levels;
     std::size_t depth = 0;
     Tag tag{};
-    std::vector<long> values;  // the value slots of the selected elements open now
+    std::vector<Output::Id> values;  // the value slots of the selected elements open now
     Subtree subtree;
     std::vector<Check> checks, asked;
+    const Waits noWaits;
+    bool decided = false;  // a decision was taken since the output last moved on
     // What the parser is shown as the element being read: no more than it asks about.
     xmlNode shown{}, textChild{}, otherChild{};
 };
@@ -170,18 +176,22 @@ void Reader::show(const Level& level) {
                                              : &otherChild;
 }
 
-// A new child of level: the blank between children of a selected element, the end of a
-// selected text before it.
+// A new child of level, the element being read: the blank between children of a selected
+// element, the end of a selected text before it.
 void Reader::child(Level& level, Level::Kind kind) {
-    if (level.slot >= 0 && level.hasChildren) output.add(level.slot, ' ');
-    if (level.textSlot >= 0) {
+    if (level.slot != Output::none && level.hasChildren) output.add(level.slot, ' ');
+    if (level.textSlot != Output::none) {
         output.close(level.textSlot);
-        level.textSlot = -1;
+        level.textSlot = Output::none;
     }
-    if (!level.hasChildren) level.firstIsText = kind == Level::text;
-    level.hasChildren = true;
+    xmlNode* shape = kind == Level::text ? &textChild : &otherChild;
+    if (!level.hasChildren) {
+        level.firstIsText = kind == Level::text;
+        level.hasChildren = true;
+        shown.children = shape;
+    }
     level.last = kind;
-    show(level);
+    shown.last = shape;
 }
 
 // A copy of the element starting now, for predicates about it: made once, when first needed.
@@ -228,7 +238,7 @@ bool Reader::matches(std::size_t k, Level& parent, Level& me) {
                 break;
             case Condition::last: {
                 Wait& candidate = parent.candidates[at];
-                if (candidate) candidate->state = Decision::dropped;
+                if (candidate) candidate->state = Decision::dropped, decided = true;
                 candidate = std::make_shared<Decision>();
                 own.push_back(candidate);
                 break;
@@ -271,12 +281,12 @@ void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlCha
     me.matched = 0;
     me.hasChildren = me.firstIsText = me.copied = me.textsSelected = false;
     me.last = Level::none;
-    me.slot = me.textSlot = -1;
+    me.slot = me.textSlot = Output::none;
     me.copy = nullptr;
-    me.counters.assign(counterCount, 0);
-    me.candidates.assign(lastCount, nullptr);
+    if (counterCount) me.counters.assign(counterCount, 0);
+    if (lastCount) me.candidates.assign(lastCount, nullptr);
     if (waiting) me.waits.assign(n + 1, Waits());
-    show(me);
+    shown.children = shown.last = nullptr;
     ctxt->node = &shown;
     sawRoot = true;
     const bool copying = subtree.building();
@@ -288,10 +298,12 @@ void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlCha
     me.within = parent.within | me.matched;
     if (unsupported) return;
     const bool asking = !asked.empty();
-    for (Check& c : asked)
-        c.node = copy();
-    checks.insert(checks.end(), asked.begin(), asked.end());
-    asked.clear();
+    if (asking) {
+        for (Check& c : asked)
+            c.node = copy();
+        checks.insert(checks.end(), asked.begin(), asked.end());
+        asked.clear();
+    }
     if (me.copied && !copying && !asking) {  // a copy for its attributes alone has served
         subtree.close();
         me.copied = false;
@@ -300,7 +312,7 @@ void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlCha
     const Step& final = plan.steps[n - 1];
     if (final.test == Step::element) {
         if (me.matched & bit(n)) {
-            me.slot = static_cast<long>(output.open(waitsOf(me, n)));
+            me.slot = output.open(waitsOf(me, n));
             values.push_back(me.slot);
         }
     } else if ((final.descendant ? me.within : me.matched) & bit(n - 1)) {
@@ -312,7 +324,7 @@ void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlCha
             output.value(waitsOf(me, n - 1), value.data(), value.size());
         }
     }
-    output.decided();
+    moveOn();
 }
 
 void Reader::end() {
@@ -321,23 +333,27 @@ void Reader::end() {
         const int answer = checks.back().node ? checks.back().predicate->holds(checks.back().node) : -1;
         if (answer < 0 || !subtree.ok()) return giveUp();
         checks.back().decision->state = answer ? Decision::kept : Decision::dropped;
+        decided = true;
     }
     if (me.copied) subtree.close();
-    if (me.textSlot >= 0) output.close(static_cast<Output::Id>(me.textSlot));
-    if (me.slot >= 0) {
-        output.close(static_cast<Output::Id>(me.slot));
+    if (me.textSlot != Output::none) output.close(me.textSlot);
+    if (me.slot != Output::none) {
+        output.close(me.slot);
         values.pop_back();
     }
-    for (Wait& candidate : me.candidates)  // the last child of each [last()] is known now
-        if (candidate) candidate->state = Decision::kept;
+    keepLast(me);  // the last child of each [last()] is known now
     if (--depth == 0) {
         ctxt->node = nullptr;
-        for (Wait& candidate : levels[0].candidates)  // the root was the document's last
-            if (candidate) candidate->state = Decision::kept;
+        keepLast(levels[0]);
     } else {
         show(levels[depth]);
     }
-    output.decided();
+    moveOn();
+}
+
+void Reader::keepLast(Level& level) {
+    for (Wait& candidate : level.candidates)
+        if (candidate) candidate->state = Decision::kept, decided = true;
 }
 
 void Reader::characters(const xmlChar* bytes, int length, bool cdata) {
@@ -357,13 +373,13 @@ void Reader::characters(const xmlChar* bytes, int length, bool cdata) {
             if (cdata)  // a CDATA section selected as text() has no children: no value
                 output.value(w, "", 0);
             else
-                me.textSlot = static_cast<long>(output.open(w));
+                me.textSlot = output.open(w);
         }
     }
     const char* text = reinterpret_cast<const char*>(bytes);
-    if (me.textSlot >= 0) output.add(static_cast<Output::Id>(me.textSlot), text, n);
-    for (long slot : values)
-        output.add(static_cast<Output::Id>(slot), text, n);
+    if (me.textSlot != Output::none) output.add(me.textSlot, text, n);
+    for (Output::Id slot : values)
+        output.add(slot, text, n);
     if (subtree.building()) subtree.text(bytes, length, cdata);
 }
 
@@ -371,8 +387,8 @@ void Reader::leaf(const xmlChar* content, const xmlChar* target) {
     if (depth == 0) return;  // beside the root: not in any value
     Level& me = levels[depth];
     child(me, Level::other);
-    if (me.slot >= 0 && content)
-        output.add(static_cast<Output::Id>(me.slot), reinterpret_cast<const char*>(content),
+    if (me.slot != Output::none && content)
+        output.add(me.slot, reinterpret_cast<const char*>(content),
                    std::strlen(reinterpret_cast<const char*>(content)));
     if (!subtree.building()) return;
     if (target)
@@ -457,6 +473,8 @@ Streamed streamValues(const std::string& file, const std::string& expression, st
     }
     Reader reader(plan, ctxt, output);
     xmlSAXHandlerPtr sax = ctxt->sax;
+    // No document: without a DTD, the parser asks of it nothing that a document could answer.
+    sax->startDocument = nullptr;
     sax->startElementNs = onStart;
     sax->endElementNs = onEnd;
     if (sax->ignorableWhitespace == sax->characters) sax->ignorableWhitespace = onText;
@@ -471,7 +489,7 @@ Streamed streamValues(const std::string& file, const std::string& expression, st
     const bool parsed = (ctxt->wellFormed || ctxt->recovery) && reader.sawRoot && !MemoryWatch::ranOut();
     const bool unsupported = reader.unsupported || !reader.compiled();
     ctxt->node = nullptr;
-    xmlFreeDoc(ctxt->myDoc);
+    xmlFreeDoc(ctxt->myDoc);  // made by the parser for a DTD that it read before handing over
     ctxt->myDoc = nullptr;
     xmlFreeParserCtxt(ctxt);
     if (unsupported) {
