@@ -1,0 +1,302 @@
+#include "reader.h"
+
+#include <libxml/parserInternals.h>
+
+#include <cstring>
+
+#include "common.h"
+
+// The library's own way of raising an error, to raise the tree builder's errors word for word.
+extern "C" void __xmlRaiseError(xmlStructuredErrorFunc, xmlGenericErrorFunc, void*, void*, void*,
+                                int, int, xmlErrorLevel, const char*, int, const char*,
+                                const char*, const char*, int, int, const char*, ...);
+
+namespace xpath_store {
+
+Reader::Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Output& output)
+    : plan(plan), ctxt(ctxt), output(output), n(plan.steps.size()),
+      waiting([&] {
+          for (const Step& s : plan.steps)
+              for (const Condition& c : s.conditions)
+                  if (c.kind == Condition::last || (c.kind == Condition::content && !c.atStart))
+                      return true;
+          return false;
+      }()),
+      decode(ctxt->replaceEntities == 0), names(n + 1), conditionNames(n + 1), indexOf(n + 1),
+      predicates(n + 1) {
+    auto dictionary = [ctxt](const std::string& name) {
+        return name.empty() ? nullptr : xmlDictLookup(ctxt->dict, xml(name.c_str()), -1);
+    };
+    for (std::size_t k = 1; k <= n; ++k) {
+        const Step& s = plan.steps[k - 1];
+        names[k] = dictionary(s.name);
+        if (s.test == Step::element) (s.descendant ? descendantContexts : childContexts) |= bit(k - 1);
+        for (const Condition& c : s.conditions) {
+            conditionNames[k].push_back(dictionary(c.name));
+            indexOf[k].push_back(c.kind == Condition::position ? static_cast<int>(counterCount++)
+                                 : c.kind == Condition::last   ? static_cast<int>(lastCount++)
+                                                               : -1);
+            predicates[k].emplace_back(c.kind == Condition::content ? new Predicate(c.expression)
+                                                                     : nullptr);
+        }
+    }
+    levels.resize(1);
+    levels[0].matched = levels[0].within = bit(0);
+    if (waiting) levels[0].waits.assign(n + 1, Waits());
+    levels[0].counters.assign(counterCount, 0);
+    levels[0].candidates.assign(lastCount, nullptr);
+    shown.type = XML_ELEMENT_NODE;
+    shown.name = xml("");
+    textChild.type = XML_TEXT_NODE;
+    otherChild.type = XML_ELEMENT_NODE;
+}
+
+bool Reader::compiled() const {
+    for (const auto& step : predicates)
+        for (const auto& p : step)
+            if (p && !p->ok()) return false;
+    return true;
+}
+
+// The parser drops blank text by the tree it believes it builds: show it what the tree holds.
+void Reader::show(const Level& level) {
+    shown.children = !level.hasChildren ? nullptr : level.firstIsText ? &textChild : &otherChild;
+    shown.last = level.last == Level::none   ? nullptr
+                 : level.last == Level::text ? &textChild
+                                             : &otherChild;
+}
+
+// A new child of level, the element being read: the blank between children of a selected
+// element, the end of a selected text before it.
+void Reader::child(Level& level, Level::Kind kind) {
+    if (level.slot != Output::none && level.hasChildren) output.add(level.slot, ' ');
+    if (level.textSlot != Output::none) {
+        output.close(level.textSlot);
+        level.textSlot = Output::none;
+    }
+    xmlNode* shape = kind == Level::text ? &textChild : &otherChild;
+    if (!level.hasChildren) {
+        level.firstIsText = kind == Level::text;
+        level.hasChildren = true;
+        shown.children = shape;
+    }
+    level.last = kind;
+    shown.last = shape;
+}
+
+// A copy of the element starting now, for predicates about it: made once, when first needed.
+xmlNodePtr Reader::copy() {
+    Level& me = levels[depth];
+    if (!me.copied) {
+        const Tag& t = tag;
+        me.copy = subtree.open(t.localname, t.prefix, t.uri, t.count, t.attributes, decode);
+        me.copied = true;
+        if (me.copy == nullptr) giveUp();
+    }
+    return me.copy;
+}
+
+const xmlChar* Reader::attribute(const xmlChar* name, std::string& value) const {
+    for (int i = 0; i < tag.count; ++i) {
+        const xmlChar* const* a = tag.attributes + 5 * i;
+        if (a[0] == name && a[1] == nullptr) {
+            value = attributeValue(a[3], a[4], decode);
+            return a[0];
+        }
+    }
+    return nullptr;
+}
+
+// Whether the element starting now matches step k, its context being fine; what the match
+// waits for goes with it, and the predicates to ask when it ends go to asked.
+bool Reader::matches(std::size_t k, Level& parent, Level& me) {
+    const Step& s = plan.steps[k - 1];
+    if (names[k] && (tag.localname != names[k] || tag.prefix || tag.uri)) return false;
+    const std::size_t asking = asked.size();
+    Waits own;
+    for (std::size_t i = 0; i < s.conditions.size(); ++i) {
+        const Condition& c = s.conditions[i];
+        const int at = indexOf[k][i];
+        bool holds = true;
+        std::string value;
+        switch (c.kind) {
+            case Condition::attribute:
+                holds = attribute(conditionNames[k][i], value) && (!c.hasValue || value == c.value);
+                break;
+            case Condition::position:
+                holds = ++parent.counters[at] == c.n;
+                break;
+            case Condition::last: {
+                Wait& candidate = parent.candidates[at];
+                if (candidate) candidate->state = Decision::dropped, decided = true;
+                candidate = std::make_shared<Decision>();
+                own.push_back(candidate);
+                break;
+            }
+            case Condition::content:
+                if (c.atStart) {
+                    const int answer = copy() ? predicates[k][i]->holds(copy()) : 0;
+                    if (answer < 0) giveUp();
+                    holds = answer > 0;
+                } else {
+                    own.push_back(std::make_shared<Decision>());
+                    asked.push_back({depth, nullptr, predicates[k][i].get(), own.back()});
+                }
+                break;
+        }
+        if (!holds || unsupported) {
+            asked.resize(asking);
+            return false;
+        }
+    }
+    if (waiting) {
+        Waits& w = me.waits[k];
+        w = s.descendant ? Waits() : parent.waits[k - 1];
+        w.insert(w.end(), own.begin(), own.end());
+    }
+    return true;
+}
+
+void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlChar* uri,
+                   int count, const xmlChar** attributes) {
+    // The tree builder files xml:id values and may complain of them: the tree reads such files.
+    for (int i = 0; i < count; ++i)
+        if (attributes[5 * i + 1] == ctxt->str_xml && xmlStrEqual(attributes[5 * i], xml("id")))
+            return giveUp();
+    tag = {localname, prefix, uri, count, attributes};
+    if (depth > 0) child(levels[depth], Level::other);
+    if (++depth == levels.size()) levels.emplace_back();
+    Level& parent = levels[depth - 1];
+    Level& me = levels[depth];
+    me.matched = 0;
+    me.hasChildren = me.firstIsText = me.copied = me.textsSelected = false;
+    me.last = Level::none;
+    me.slot = me.textSlot = Output::none;
+    me.copy = nullptr;
+    if (counterCount) me.counters.assign(counterCount, 0);
+    if (lastCount) me.candidates.assign(lastCount, nullptr);
+    if (waiting) me.waits.assign(n + 1, Waits());
+    shown.children = shown.last = nullptr;
+    ctxt->node = &shown;
+    sawRoot = true;
+    const bool copying = subtree.building();
+    if (copying) copy();  // everything below a copied element is copied too
+
+    const Mask contexts = (parent.matched & childContexts) | (parent.within & descendantContexts);
+    for (std::size_t k = 1; k <= n; ++k)
+        if ((contexts & bit(k - 1)) && matches(k, parent, me)) me.matched |= bit(k);
+    me.within = parent.within | me.matched;
+    if (unsupported) return;
+    const bool asking = !asked.empty();
+    if (asking) {
+        for (Check& c : asked)
+            c.node = copy();
+        checks.insert(checks.end(), asked.begin(), asked.end());
+        asked.clear();
+    }
+    if (me.copied && !copying && !asking) {  // a copy for its attributes alone has served
+        subtree.close();
+        me.copied = false;
+    }
+
+    const Step& final = plan.steps[n - 1];
+    if (final.test == Step::element) {
+        if (me.matched & bit(n)) {
+            me.slot = output.open(waitsOf(me, n));
+            values.push_back(me.slot);
+        }
+    } else if ((final.descendant ? me.within : me.matched) & bit(n - 1)) {
+        me.textsSelected = final.test == Step::text;
+        for (int i = 0; final.test == Step::attribute && i < count; ++i) {
+            const xmlChar* const* a = attributes + 5 * i;
+            if (names[n] && (a[0] != names[n] || a[1])) continue;
+            const std::string value = attributeValue(a[3], a[4], decode);
+            output.value(waitsOf(me, n - 1), value.data(), value.size());
+        }
+    }
+    moveOn();
+}
+
+void Reader::end() {
+    Level& me = levels[depth];
+    for (; !checks.empty() && checks.back().depth == depth; checks.pop_back()) {
+        const int answer = checks.back().node ? checks.back().predicate->holds(checks.back().node) : -1;
+        if (answer < 0 || !subtree.ok()) return giveUp();
+        checks.back().decision->state = answer ? Decision::kept : Decision::dropped;
+        decided = true;
+    }
+    if (me.copied) subtree.close();
+    if (me.textSlot != Output::none) output.close(me.textSlot);
+    if (me.slot != Output::none) {
+        output.close(me.slot);
+        values.pop_back();
+    }
+    keepLast(me);  // the last child of each [last()] is known now
+    if (--depth == 0) {
+        ctxt->node = nullptr;
+        keepLast(levels[0]);
+    } else {
+        show(levels[depth]);
+    }
+    moveOn();
+}
+
+void Reader::keepLast(Level& level) {
+    for (Wait& candidate : level.candidates)
+        if (candidate) candidate->state = Decision::kept, decided = true;
+}
+
+void Reader::characters(const xmlChar* bytes, int length, bool cdata) {
+    if (depth == 0) return;
+    Level& me = levels[depth];
+    const Level::Kind kind = cdata ? Level::cdata : Level::text;
+    const std::size_t n = static_cast<std::size_t>(length);
+    if (me.last == kind) {
+        if (me.textLength + n > XML_MAX_TEXT_LENGTH && !(ctxt->options & XML_PARSE_HUGE))
+            return hugeText();
+        me.textLength += n;
+    } else {
+        child(me, kind);
+        me.textLength = n;
+        if (me.textsSelected) {
+            const Waits& w = waitsOf(me, plan.steps.size() - 1);
+            if (cdata)  // a CDATA section selected as text() has no children: no value
+                output.value(w, "", 0);
+            else
+                me.textSlot = output.open(w);
+        }
+    }
+    const char* text = reinterpret_cast<const char*>(bytes);
+    if (me.textSlot != Output::none) output.add(me.textSlot, text, n);
+    for (Output::Id slot : values)
+        output.add(slot, text, n);
+    if (subtree.building()) subtree.text(bytes, length, cdata);
+}
+
+void Reader::leaf(const xmlChar* content, const xmlChar* target) {
+    if (depth == 0) return;  // beside the root: not in any value
+    Level& me = levels[depth];
+    child(me, Level::other);
+    if (me.slot != Output::none && content)
+        output.add(me.slot, reinterpret_cast<const char*>(content),
+                   std::strlen(reinterpret_cast<const char*>(content)));
+    if (!subtree.building()) return;
+    if (target)
+        subtree.instruction(target, content);
+    else
+        subtree.comment(content);
+}
+
+// The tree builder's refusal of a text over the parser's limit, raised as it raises it.
+void Reader::hugeText() {
+    const char* what = "out of memory\n";
+    __xmlRaiseError(ctxt->sax->initialized == XML_SAX2_MAGIC ? ctxt->sax->serror : nullptr,
+                    ctxt->vctxt.error, ctxt->vctxt.userData, ctxt, nullptr, XML_FROM_PARSER,
+                    XML_ERR_NO_MEMORY, XML_ERR_ERROR, nullptr, 0, what, nullptr, nullptr, 0, 0,
+                    "xmlSAX2Characters: huge text node", what, nullptr);
+    ctxt->errNo = XML_ERR_NO_MEMORY;
+    ctxt->instate = XML_PARSER_EOF;
+    ctxt->disableSAX = 1;
+}
+
+}  // namespace xpath_store
