@@ -22,7 +22,8 @@ Reader::Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Output& output)
                       return true;
           return false;
       }()),
-      decode(ctxt->replaceEntities == 0), names(n + 1), conditionNames(n + 1), indexOf(n + 1),
+      decode(ctxt->replaceEntities == 0), selects(plan.steps.back().test),
+      selectsBelow(plan.steps.back().descendant), names(n + 1), conditionNames(n + 1), indexOf(n + 1),
       predicates(n + 1) {
     auto dictionary = [ctxt](const std::string& name) {
         return name.empty() ? nullptr : xmlDictLookup(ctxt->dict, xml(name.c_str()), -1);
@@ -96,15 +97,27 @@ xmlNodePtr Reader::copy() {
     return me.copy;
 }
 
-const xmlChar* Reader::attribute(const xmlChar* name, std::string& value) const {
+// An attribute's value as the tree holds it, without a copy where it needs no decoding.
+const char* Reader::attributeValue(const xmlChar* const* a, std::size_t& length) {
+    const char* value = reinterpret_cast<const char*>(a[3]);
+    length = static_cast<std::size_t>(a[4] - a[3]);
+    if (!decode || std::memchr(value, '&', length) == nullptr) return value;
+    decoded = xpath_store::attributeValue(a[3], a[4], true);
+    length = decoded.size();
+    return decoded.data();
+}
+
+// Whether the element starting now has the unprefixed attribute name (with that value).
+bool Reader::attribute(const xmlChar* name, const Condition& c) {
     for (int i = 0; i < tag.count; ++i) {
         const xmlChar* const* a = tag.attributes + 5 * i;
-        if (a[0] == name && a[1] == nullptr) {
-            value = attributeValue(a[3], a[4], decode);
-            return a[0];
-        }
+        if (a[0] != name || a[1] != nullptr) continue;
+        if (!c.hasValue) return true;
+        std::size_t length;
+        const char* value = attributeValue(a, length);
+        return length == c.value.size() && std::memcmp(value, c.value.data(), length) == 0;
     }
-    return nullptr;
+    return false;
 }
 
 // Whether the element starting now matches step k, its context being fine; what the match
@@ -118,10 +131,9 @@ bool Reader::matches(std::size_t k, Level& parent, Level& me) {
         const Condition& c = s.conditions[i];
         const int at = indexOf[k][i];
         bool holds = true;
-        std::string value;
         switch (c.kind) {
             case Condition::attribute:
-                holds = attribute(conditionNames[k][i], value) && (!c.hasValue || value == c.value);
+                holds = attribute(conditionNames[k][i], c);
                 break;
             case Condition::position:
                 holds = ++parent.counters[at] == c.n;
@@ -182,9 +194,12 @@ void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlCha
     const bool copying = subtree.building();
     if (copying) copy();  // everything below a copied element is copied too
 
-    const Mask contexts = (parent.matched & childContexts) | (parent.within & descendantContexts);
-    for (std::size_t k = 1; k <= n; ++k)
-        if ((contexts & bit(k - 1)) && matches(k, parent, me)) me.matched |= bit(k);
+    // Each step whose context the parent is: bit k-1 for step k.
+    for (Mask m = (parent.matched & childContexts) | (parent.within & descendantContexts); m;
+         m &= m - 1) {
+        const std::size_t k = static_cast<std::size_t>(__builtin_ctzll(m)) + 1;
+        if (matches(k, parent, me)) me.matched |= bit(k);
+    }
     me.within = parent.within | me.matched;
     if (unsupported) return;
     const bool asking = !asked.empty();
@@ -199,19 +214,19 @@ void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlCha
         me.copied = false;
     }
 
-    const Step& final = plan.steps[n - 1];
-    if (final.test == Step::element) {
+    if (selects == Step::element) {
         if (me.matched & bit(n)) {
             me.slot = output.open(waitsOf(me, n));
             values.push_back(me.slot);
         }
-    } else if ((final.descendant ? me.within : me.matched) & bit(n - 1)) {
-        me.textsSelected = final.test == Step::text;
-        for (int i = 0; final.test == Step::attribute && i < count; ++i) {
+    } else if ((selectsBelow ? me.within : me.matched) & bit(n - 1)) {
+        me.textsSelected = selects == Step::text;
+        for (int i = 0; selects == Step::attribute && i < count; ++i) {
             const xmlChar* const* a = attributes + 5 * i;
             if (names[n] && (a[0] != names[n] || a[1])) continue;
-            const std::string value = attributeValue(a[3], a[4], decode);
-            output.value(waitsOf(me, n - 1), value.data(), value.size());
+            std::size_t length;
+            const char* value = attributeValue(a, length);
+            output.value(waitsOf(me, n - 1), value, length);
         }
     }
     moveOn();

@@ -82,7 +82,8 @@ class Reader {
     void show(const Level& level);
     bool matches(std::size_t k, Level& parent, Level& me);
     xmlNodePtr copy();
-    const xmlChar* attribute(const xmlChar* name, std::string& value) const;
+    const char* attributeValue(const xmlChar* const* attribute, std::size_t& length);
+    bool attribute(const xmlChar* name, const Condition& c);
     const Waits& waitsOf(const Level& level, std::size_t k) const {
         return waiting && k > 0 ? level.waits[k] : noWaits;
     }
@@ -98,6 +99,8 @@ class Reader {
     Output& output;
     const std::size_t n;
     const bool waiting, decode;
+    const Step::Test selects;   // what the last step selects
+    const bool selectsBelow;   // and whether by //
     Mask childContexts = 0, descendantContexts = 0;  // bit k-1 for element steps k
     // By step, then condition: names in the parser's dictionary, counters, predicates.
     std::vector<const xmlChar*> names;
@@ -108,6 +111,7 @@ class Reader {
     std::vector<Level> levels;
     std::size_t depth = 0;
     Tag tag{};
+    std::string decoded;  // the last attribute value that needed decoding
     std::vector<Output::Id> values;  // the value slots of the selected elements open now
     Subtree subtree;
     std::vector<Check> checks, asked;

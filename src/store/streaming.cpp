@@ -13,36 +13,37 @@ namespace xpath_store {
 
 namespace {
 
-// The parser's calls, handed to the reader of the read.
-Reader& readerOf(void* ctx) {
-    return *static_cast<Reader*>(static_cast<xmlParserCtxtPtr>(ctx)->_private);
+// The parser's calls, handed to the reader of the read until it has handed the file over.
+Reader* readerOf(void* ctx) {
+    Reader* reader = static_cast<Reader*>(static_cast<xmlParserCtxtPtr>(ctx)->_private);
+    return reader->unsupported ? nullptr : reader;
 }
 
 void onStart(void* ctx, const xmlChar* localname, const xmlChar* prefix, const xmlChar* uri, int,
              const xmlChar**, int count, int, const xmlChar** attributes) {
-    readerOf(ctx).start(localname, prefix, uri, count, attributes);
+    if (Reader* r = readerOf(ctx)) r->start(localname, prefix, uri, count, attributes);
 }
 void onEnd(void* ctx, const xmlChar*, const xmlChar*, const xmlChar*) {
-    readerOf(ctx).end();
+    if (Reader* r = readerOf(ctx)) r->end();
 }
 void onText(void* ctx, const xmlChar* bytes, int n) {
-    readerOf(ctx).characters(bytes, n, false);
+    if (Reader* r = readerOf(ctx)) r->characters(bytes, n, false);
 }
 void onCdata(void* ctx, const xmlChar* bytes, int n) {
-    readerOf(ctx).characters(bytes, n, true);
+    if (Reader* r = readerOf(ctx)) r->characters(bytes, n, true);
 }
 void onComment(void* ctx, const xmlChar* value) {
-    readerOf(ctx).leaf(value, nullptr);
+    if (Reader* r = readerOf(ctx)) r->leaf(value, nullptr);
 }
 void onInstruction(void* ctx, const xmlChar* target, const xmlChar* data) {
-    readerOf(ctx).leaf(data, target);
+    if (Reader* r = readerOf(ctx)) r->leaf(data, target);
 }
 // A DTD, or an entity that only a DTD could declare: the tree reads the file.
 void onSubset(void* ctx, const xmlChar*, const xmlChar*, const xmlChar*) {
-    readerOf(ctx).giveUp();
+    if (Reader* r = readerOf(ctx)) r->giveUp();
 }
 void onReference(void* ctx, const xmlChar*) {
-    readerOf(ctx).giveUp();
+    if (Reader* r = readerOf(ctx)) r->giveUp();
 }
 
 // The parser of the store's read of a file, as the tree's read makes it.
