@@ -83,12 +83,14 @@ xmlNodePtr Subtree::open(const xmlChar* localname, const xmlChar* prefix, const 
     return node;
 }
 
+// The document stays for the next copy: only the copied element goes.
 void Subtree::close() {
     if (current == nullptr) return;
+    xmlNodePtr left = current;
     current = current->parent;
     if (current == nullptr || current->type == XML_DOCUMENT_NODE) {
-        xmlFreeDoc(doc);
-        doc = nullptr;
+        xmlUnlinkNode(left);
+        xmlFreeNode(left);
         current = nullptr;
     }
 }

@@ -20,7 +20,7 @@ class Subtree {
     Subtree(const Subtree&) = delete;
     Subtree& operator=(const Subtree&) = delete;
 
-    bool building() const { return doc != nullptr; }
+    bool building() const { return current != nullptr; }
     // Copies an element in, with its attributes (values as the tree holds them): the root of
     // a new copy when none is being built. Null when memory ran out.
     xmlNodePtr open(const xmlChar* localname, const xmlChar* prefix, const xmlChar* uri,

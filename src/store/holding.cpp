@@ -20,7 +20,7 @@ Held::~Held() {
 // buffer holds (and bytes that would not fit it at all).
 void Held::make(const char* bytes, std::size_t n) {
     if (used + n <= bound) {
-        std::size_t grown = capacity ? capacity : 4096;
+        std::size_t grown = capacity ? capacity : 256;
         while (grown < used + n)
             grown *= 2;
         grown = grown < bound ? grown : bound;

@@ -39,6 +39,8 @@ Reader::Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Output& output)
                                                                : -1);
             predicates[k].emplace_back(c.kind == Condition::content ? new Predicate(c.expression)
                                                                      : nullptr);
+            askAttributes = askAttributes || (c.kind == Condition::content &&
+                                              c.expression.find('@') != std::string::npos);
         }
     }
     levels.resize(1);
@@ -90,7 +92,8 @@ xmlNodePtr Reader::copy() {
     Level& me = levels[depth];
     if (!me.copied) {
         const Tag& t = tag;
-        me.copy = subtree.open(t.localname, t.prefix, t.uri, t.count, t.attributes, decode);
+        me.copy = subtree.open(t.localname, t.prefix, t.uri, askAttributes ? t.count : 0,
+                               t.attributes, decode);
         me.copied = true;
         if (me.copy == nullptr) giveUp();
     }
@@ -126,7 +129,11 @@ bool Reader::matches(std::size_t k, Level& parent, Level& me) {
     const Step& s = plan.steps[k - 1];
     if (names[k] && (tag.localname != names[k] || tag.prefix || tag.uri)) return false;
     const std::size_t asking = asked.size();
-    Waits own;
+    // What the match waits for: the parent's match of the step before (child steps only
+    // follow a step that waits), then this element's own decisions.
+    Waits* waits = waiting ? &me.waits[k] : nullptr;
+    if (waits && s.descendant) waits->clear();
+    if (waits && !s.descendant) *waits = parent.waits[k - 1];
     for (std::size_t i = 0; i < s.conditions.size(); ++i) {
         const Condition& c = s.conditions[i];
         const int at = indexOf[k][i];
@@ -142,7 +149,7 @@ bool Reader::matches(std::size_t k, Level& parent, Level& me) {
                 Wait& candidate = parent.candidates[at];
                 if (candidate) candidate->state = Decision::dropped, decided = true;
                 candidate = std::make_shared<Decision>();
-                own.push_back(candidate);
+                waits->push_back(candidate);
                 break;
             }
             case Condition::content:
@@ -151,8 +158,8 @@ bool Reader::matches(std::size_t k, Level& parent, Level& me) {
                     if (answer < 0) giveUp();
                     holds = answer > 0;
                 } else {
-                    own.push_back(std::make_shared<Decision>());
-                    asked.push_back({depth, nullptr, predicates[k][i].get(), own.back()});
+                    waits->push_back(std::make_shared<Decision>());
+                    asked.push_back({depth, nullptr, predicates[k][i].get(), waits->back()});
                 }
                 break;
         }
@@ -160,11 +167,6 @@ bool Reader::matches(std::size_t k, Level& parent, Level& me) {
             asked.resize(asking);
             return false;
         }
-    }
-    if (waiting) {
-        Waits& w = me.waits[k];
-        w = s.descendant ? Waits() : parent.waits[k - 1];
-        w.insert(w.end(), own.begin(), own.end());
     }
     return true;
 }
@@ -187,7 +189,7 @@ void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlCha
     me.copy = nullptr;
     if (counterCount) me.counters.assign(counterCount, 0);
     if (lastCount) me.candidates.assign(lastCount, nullptr);
-    if (waiting) me.waits.assign(n + 1, Waits());
+    if (waiting) me.waits.resize(n + 1);  // each is set where its step matches
     shown.children = shown.last = nullptr;
     ctxt->node = &shown;
     sawRoot = true;

@@ -108,6 +108,7 @@ class Reader {
     std::vector<std::vector<int>> indexOf;
     std::vector<std::vector<std::unique_ptr<Predicate>>> predicates;
     std::size_t counterCount = 0, lastCount = 0;
+    bool askAttributes = false;  // some condition on content reads attributes: copy them
     std::vector<Level> levels;
     std::size_t depth = 0;
     Tag tag{};
