@@ -23,6 +23,7 @@ class Held {
     Held& operator=(const Held&) = delete;
 
     void add(const char* bytes, std::size_t n) {
+        if (n == 0) return;
         if (n > capacity - used) return make(bytes, n);
         std::memcpy(memory.get() + used, bytes, n);
         used += n;
