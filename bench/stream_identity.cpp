@@ -6,9 +6,9 @@
 //
 // The expressions are those given with -e, else a set that streams. The documents are the
 // files named (or listed on standard input, one a line), read with each expression, and the
-// rows of each table: a document, then the expressions to read it with, apart by tabs. In a table, \n, \t, \\ and \xHH
-// escape bytes and {N*text} stands for text N times. Exits 1 when any run differs, 2 when
-// nothing streamed at all or on a usage or I/O error.
+// rows of each table: a document, then the expressions to read it with, apart by tabs. In a table,
+// \n, \t, \\ and \xHH escape bytes and {N*text} stands for text N times. Exits 1 when any run
+// differs, 2 when nothing streamed at all or on a usage or I/O error.
 
 #include <libxml/parser.h>
 #include <unistd.h>
@@ -25,9 +25,9 @@
 namespace {
 
 const char* const EXPRESSIONS[] = {
-    "/*",       "/*/*",           "//*",         "//@*",          "//text()",
-    "/*/*/@*",  "//*[1]",         "//*[last()]", "/*/*[2]/@*",    "//*[@id]",
-    "//*[*]",   "//*[not(*)]",    "//*[text()]", "/*//*[@*][1]",  "/*/*[last()]//text()"};
+    "/*",      "/*/*",        "//*",         "//@*",         "//text()",
+    "/*/*/@*", "//*[1]",      "//*[last()]", "/*/*[2]/@*",   "//*[@id]",
+    "//*[*]",  "//*[not(*)]", "//*[text()]", "/*//*[@*][1]", "/*/*[last()]//text()"};
 
 // What one road left: its outcome, the values written and the library's diagnostics.
 struct Seen {
@@ -60,7 +60,9 @@ Seen see(Read read) {
 std::string excerpt(const std::string& text) {
     std::string out;
     for (unsigned char c : text.substr(0, 60))
-        out += c == '\n' ? std::string("\\n") : c < 0x20 ? std::string("?") : std::string(1, char(c));
+        out += c == '\n'  ? std::string("\\n")
+               : c < 0x20 ? std::string("?")
+                          : std::string(1, char(c));
     return "'" + out + (text.size() > 60 ? "...'" : "'");
 }
 
@@ -119,8 +121,8 @@ struct Tally {
         if (!(tree != streamed)) return;
         if (++differing <= 20)
             std::cout << "DIFFERS " << label << " " << expression << ": tree " << tree.outcome
-                      << " " << excerpt(tree.out) << " " << excerpt(tree.diagnostics)
-                      << ", stream " << streamed.outcome << " " << excerpt(streamed.out) << " "
+                      << " " << excerpt(tree.out) << " " << excerpt(tree.diagnostics) << ", stream "
+                      << streamed.outcome << " " << excerpt(streamed.out) << " "
                       << excerpt(streamed.diagnostics) << "\n";
     }
 };
@@ -160,7 +162,8 @@ int main(int argc, char** argv) {
             std::vector<std::string> cells;
             for (std::size_t at = 0; at != std::string::npos;) {
                 std::size_t tab = line.find('\t', at);
-                cells.push_back(unescape(line.substr(at, tab == std::string::npos ? tab : tab - at)));
+                cells.push_back(
+                    unescape(line.substr(at, tab == std::string::npos ? tab : tab - at)));
                 at = tab == std::string::npos ? tab : tab + 1;
             }
             std::ofstream(scratch, std::ios::binary) << cells[0];

@@ -76,7 +76,8 @@ xmlNodePtr Subtree::open(const xmlChar* localname, const xmlChar* prefix, const 
         const std::string value = attributeValue(a[3], a[4], decode);
         const std::string full = a[1] && !a[2] ? qualified(a[1], a[0]) : std::string();
         xmlNsPtr ns = a[2] ? space(node, a[1], a[2]) : nullptr;
-        if (xmlNewNsProp(node, ns, full.empty() ? a[0] : reinterpret_cast<const xmlChar*>(full.c_str()),
+        if (xmlNewNsProp(node, ns,
+                         full.empty() ? a[0] : reinterpret_cast<const xmlChar*>(full.c_str()),
                          reinterpret_cast<const xmlChar*>(value.c_str())) == nullptr)
             failed = true;
     }

@@ -42,7 +42,8 @@ void Held::spill() {
 }
 
 void Held::write(const char* bytes, std::size_t n) {
-    if (error == 0 && file == nullptr && (file = std::tmpfile()) == nullptr) error = errno ? errno : EIO;
+    if (error == 0 && file == nullptr && (file = std::tmpfile()) == nullptr)
+        error = errno ? errno : EIO;
     if (error == 0 && n && std::fwrite(bytes, 1, n, file) != n) error = errno ? errno : EIO;
 }
 

@@ -8,13 +8,16 @@
 
 // The library's own way of raising an error, to raise the tree builder's errors word for word.
 extern "C" void __xmlRaiseError(xmlStructuredErrorFunc, xmlGenericErrorFunc, void*, void*, void*,
-                                int, int, xmlErrorLevel, const char*, int, const char*,
-                                const char*, const char*, int, int, const char*, ...);
+                                int, int, xmlErrorLevel, const char*, int, const char*, const char*,
+                                const char*, int, int, const char*, ...);
 
 namespace xpath_store {
 
 Reader::Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Output& output)
-    : plan(plan), ctxt(ctxt), output(output), n(plan.steps.size()),
+    : plan(plan),
+      ctxt(ctxt),
+      output(output),
+      n(plan.steps.size()),
       waiting([&] {
           for (const Step& s : plan.steps)
               for (const Condition& c : s.conditions)
@@ -22,8 +25,12 @@ Reader::Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Output& output)
                       return true;
           return false;
       }()),
-      decode(ctxt->replaceEntities == 0), selects(plan.steps.back().test),
-      selectsBelow(plan.steps.back().descendant), names(n + 1), conditionNames(n + 1), indexOf(n + 1),
+      decode(ctxt->replaceEntities == 0),
+      selects(plan.steps.back().test),
+      selectsBelow(plan.steps.back().descendant),
+      names(n + 1),
+      conditionNames(n + 1),
+      indexOf(n + 1),
       predicates(n + 1) {
     auto dictionary = [ctxt](const std::string& name) {
         return name.empty() ? nullptr : xmlDictLookup(ctxt->dict, xml(name.c_str()), -1);
@@ -31,14 +38,15 @@ Reader::Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Output& output)
     for (std::size_t k = 1; k <= n; ++k) {
         const Step& s = plan.steps[k - 1];
         names[k] = dictionary(s.name);
-        if (s.test == Step::element) (s.descendant ? descendantContexts : childContexts) |= bit(k - 1);
+        if (s.test == Step::element)
+            (s.descendant ? descendantContexts : childContexts) |= bit(k - 1);
         for (const Condition& c : s.conditions) {
             conditionNames[k].push_back(dictionary(c.name));
             indexOf[k].push_back(c.kind == Condition::position ? static_cast<int>(counterCount++)
                                  : c.kind == Condition::last   ? static_cast<int>(lastCount++)
                                                                : -1);
             predicates[k].emplace_back(c.kind == Condition::content ? new Predicate(c.expression)
-                                                                     : nullptr);
+                                                                    : nullptr);
             askAttributes = askAttributes || (c.kind == Condition::content &&
                                               c.expression.find('@') != std::string::npos);
         }
@@ -171,8 +179,8 @@ bool Reader::matches(std::size_t k, Level& parent, Level& me) {
     return true;
 }
 
-void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlChar* uri,
-                   int count, const xmlChar** attributes) {
+void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlChar* uri, int count,
+                   const xmlChar** attributes) {
     // The tree builder files xml:id values and may complain of them: the tree reads such files.
     for (int i = 0; i < count; ++i)
         if (attributes[5 * i + 1] == ctxt->str_xml && xmlStrEqual(attributes[5 * i], xml("id")))
@@ -237,7 +245,8 @@ void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlCha
 void Reader::end() {
     Level& me = levels[depth];
     for (; !checks.empty() && checks.back().depth == depth; checks.pop_back()) {
-        const int answer = checks.back().node ? checks.back().predicate->holds(checks.back().node) : -1;
+        const int answer =
+            checks.back().node ? checks.back().predicate->holds(checks.back().node) : -1;
         if (answer < 0 || !subtree.ok()) return giveUp();
         checks.back().decision->state = answer ? Decision::kept : Decision::dropped;
         decided = true;

@@ -34,7 +34,7 @@ struct Level {
     std::size_t textLength = 0;  // of the last text or CDATA child
     bool textsSelected = false;
     Output::Id slot = Output::none, textSlot = Output::none;  // its value, its text child's
-    bool copied = false;            // in the subtree being built, as copy
+    bool copied = false;                                      // in the subtree being built, as copy
     xmlNodePtr copy = nullptr;
     std::vector<unsigned long> counters;  // of its children, one per [n] and [last()]
     std::vector<Wait> candidates;         // the last child so far, one per [last()]
@@ -99,8 +99,8 @@ class Reader {
     Output& output;
     const std::size_t n;
     const bool waiting, decode;
-    const Step::Test selects;   // what the last step selects
-    const bool selectsBelow;   // and whether by //
+    const Step::Test selects;                        // what the last step selects
+    const bool selectsBelow;                         // and whether by //
     Mask childContexts = 0, descendantContexts = 0;  // bit k-1 for element steps k
     // By step, then condition: names in the parser's dictionary, counters, predicates.
     std::vector<const xmlChar*> names;
@@ -112,7 +112,7 @@ class Reader {
     std::vector<Level> levels;
     std::size_t depth = 0;
     Tag tag{};
-    std::string decoded;  // the last attribute value that needed decoding
+    std::string decoded;             // the last attribute value that needed decoding
     std::vector<Output::Id> values;  // the value slots of the selected elements open now
     Subtree subtree;
     std::vector<Check> checks, asked;

@@ -58,7 +58,9 @@ class Text {
     std::string from(std::size_t begin) const { return s.substr(begin, at - begin); }
 
   private:
-    static bool start(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
+    static bool start(char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+    }
 
     const std::string& s;
     std::size_t at = 0;

@@ -20,9 +20,9 @@ struct Condition {
     Kind kind;
     std::string name, value;  // attribute: the name and the value compared with
     bool hasValue = false;
-    unsigned long n = 0;      // position
-    std::string expression;   // content: the predicate's own text
-    bool atStart = false;     // content that reads attributes only: known at the start tag
+    unsigned long n = 0;     // position
+    std::string expression;  // content: the predicate's own text
+    bool atStart = false;    // content that reads attributes only: known at the start tag
 };
 
 struct Step {
