@@ -167,7 +167,9 @@ Decision::State Output::state(const Waits& waits) {
     return all;
 }
 
-Output::Id Output::open(const Waits& waits) {
+// A value that waits, or comes behind one: held in its slot until its turn. One whose turn has
+// come and which is kept from the start goes straight to done.
+Output::Id Output::enqueue(const Waits& waits) {
     if (!directOpen && queue.empty() && state(waits) == Decision::kept) {
         directOpen = true;
         return direct;
@@ -176,26 +178,10 @@ Output::Id Output::open(const Waits& waits) {
     return first + queue.size() - 1;
 }
 
-void Output::close(Id id) {
+void Output::closeQueued(Id id) {
     add(id, '\n');
-    if (id == direct) {
-        directOpen = false;
-    } else {
-        queue[id - first].closed = true;
-        if (id != first) return;
-    }
-    if (!queue.empty()) pump();
-}
-
-void Output::value(const Waits& waits, const char* bytes, std::size_t n) {
-    if (!directOpen && queue.empty() && state(waits) == Decision::kept) {
-        done.add(bytes, n);
-        done.add('\n');
-        return;
-    }
-    const Id id = open(waits);
-    add(id, bytes, n);
-    close(id);
+    queue[id - first].closed = true;
+    if (id == first) pump();
 }
 
 void Output::pump() {

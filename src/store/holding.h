@@ -96,7 +96,13 @@ class Output {
 
     using Id = std::size_t;
     static constexpr Id none = ~Id(0);  // no value: for those who keep an Id or none
-    Id open(const Waits& waits);
+    Id open(const Waits& waits) {
+        if (!directOpen && queue.empty() && waits.empty()) {
+            directOpen = true;
+            return direct;
+        }
+        return enqueue(waits);
+    }
     void add(Id id, const char* bytes, std::size_t n) {
         if (id == direct)
             done.add(bytes, n);
@@ -110,9 +116,23 @@ class Output {
             s->direct ? done.add(c) : s->bytes.add(c);
     }
     // Ends the value with its newline.
-    void close(Id id);
+    void close(Id id) {
+        if (id != direct) return closeQueued(id);
+        done.add('\n');
+        directOpen = false;
+        if (!queue.empty()) pump();
+    }
     // A value whole at once.
-    void value(const Waits& waits, const char* bytes, std::size_t n);
+    void value(const Waits& waits, const char* bytes, std::size_t n) {
+        if (!directOpen && queue.empty() && waits.empty()) {
+            done.add(bytes, n);
+            done.add('\n');
+            return;
+        }
+        const Id id = enqueue(waits);
+        add(id, bytes, n);
+        close(id);
+    }
     // Moves on what a decision just taken lets go.
     void decided() { pump(); }
     bool ok() const;
@@ -130,6 +150,8 @@ class Output {
         Slot& s = queue[id - first];
         return s.waits.empty() || state(s.waits) != Decision::dropped ? &s : nullptr;
     }
+    Id enqueue(const Waits& waits);
+    void closeQueued(Id id);
     void pump();
 
     // The Id of a value first in line and kept from the start: it goes straight to done, with

@@ -38,6 +38,7 @@ Reader::Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Output& output)
     for (std::size_t k = 1; k <= n; ++k) {
         const Step& s = plan.steps[k - 1];
         names[k] = dictionary(s.name);
+        if (s.conditions.empty() && !waiting) plain |= bit(k);
         if (s.test == Step::element)
             (s.descendant ? descendantContexts : childContexts) |= bit(k - 1);
         for (const Condition& c : s.conditions) {
@@ -67,32 +68,6 @@ bool Reader::compiled() const {
         for (const auto& p : step)
             if (p && !p->ok()) return false;
     return true;
-}
-
-// The parser drops blank text by the tree it believes it builds: show it what the tree holds.
-void Reader::show(const Level& level) {
-    shown.children = !level.hasChildren ? nullptr : level.firstIsText ? &textChild : &otherChild;
-    shown.last = level.last == Level::none   ? nullptr
-                 : level.last == Level::text ? &textChild
-                                             : &otherChild;
-}
-
-// A new child of level, the element being read: the blank between children of a selected
-// element, the end of a selected text before it.
-void Reader::child(Level& level, Level::Kind kind) {
-    if (level.slot != Output::none && level.hasChildren) output.add(level.slot, ' ');
-    if (level.textSlot != Output::none) {
-        output.close(level.textSlot);
-        level.textSlot = Output::none;
-    }
-    xmlNode* shape = kind == Level::text ? &textChild : &otherChild;
-    if (!level.hasChildren) {
-        level.firstIsText = kind == Level::text;
-        level.hasChildren = true;
-        shown.children = shape;
-    }
-    level.last = kind;
-    shown.last = shape;
 }
 
 // A copy of the element starting now, for predicates about it: made once, when first needed.
@@ -131,11 +106,10 @@ bool Reader::attribute(const xmlChar* name, const Condition& c) {
     return false;
 }
 
-// Whether the element starting now matches step k, its context being fine; what the match
+// Whether the element starting now, of step k's name, meets its conditions; what the match
 // waits for goes with it, and the predicates to ask when it ends go to asked.
 bool Reader::matches(std::size_t k, Level& parent, Level& me) {
     const Step& s = plan.steps[k - 1];
-    if (names[k] && (tag.localname != names[k] || tag.prefix || tag.uri)) return false;
     const std::size_t asking = asked.size();
     // What the match waits for: the parent's match of the step before (child steps only
     // follow a step that waits), then this element's own decisions.
@@ -208,7 +182,9 @@ void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlCha
     for (Mask m = (parent.matched & childContexts) | (parent.within & descendantContexts); m;
          m &= m - 1) {
         const std::size_t k = static_cast<std::size_t>(__builtin_ctzll(m)) + 1;
-        if (matches(k, parent, me)) me.matched |= bit(k);
+        if (names[k] && (localname != names[k] || prefix || uri)) continue;
+        if (!(plain & bit(k)) && !matches(k, parent, me)) continue;
+        me.matched |= bit(k);
     }
     me.within = parent.within | me.matched;
     if (unsupported) return;

@@ -102,6 +102,7 @@ class Reader {
     const Step::Test selects;                        // what the last step selects
     const bool selectsBelow;                         // and whether by //
     Mask childContexts = 0, descendantContexts = 0;  // bit k-1 for element steps k
+    Mask plain = 0;  // bit k: step k is its name alone, nothing to wait for
     // By step, then condition: names in the parser's dictionary, counters, predicates.
     std::vector<const xmlChar*> names;
     std::vector<std::vector<const xmlChar*>> conditionNames;
@@ -121,6 +122,32 @@ class Reader {
     // What the parser is shown as the element being read: no more than it asks about.
     xmlNode shown{}, textChild{}, otherChild{};
 };
+
+// The parser drops blank text by the tree it believes it builds: show it what the tree holds.
+inline void Reader::show(const Level& level) {
+    shown.children = !level.hasChildren ? nullptr : level.firstIsText ? &textChild : &otherChild;
+    shown.last = level.last == Level::none   ? nullptr
+                 : level.last == Level::text ? &textChild
+                                             : &otherChild;
+}
+
+// A new child of level, the element being read: the blank between children of a selected
+// element, the end of a selected text before it.
+inline void Reader::child(Level& level, Level::Kind kind) {
+    if (level.slot != Output::none && level.hasChildren) output.add(level.slot, ' ');
+    if (level.textSlot != Output::none) {
+        output.close(level.textSlot);
+        level.textSlot = Output::none;
+    }
+    xmlNode* shape = kind == Level::text ? &textChild : &otherChild;
+    if (!level.hasChildren) {
+        level.firstIsText = kind == Level::text;
+        level.hasChildren = true;
+        shown.children = shape;
+    }
+    level.last = kind;
+    shown.last = shape;
+}
 
 }  // namespace xpath_store
 
