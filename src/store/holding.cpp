@@ -178,9 +178,18 @@ Output::Id Output::enqueue(const Waits& waits) {
     return first + queue.size() - 1;
 }
 
+// What started after a value lies inside it and has closed before it: neighbours that are
+// closed and wait alike become one, so the queue stays as short as the nesting is deep.
 void Output::closeQueued(Id id) {
     add(id, '\n');
     queue[id - first].closed = true;
+    while (queue.size() > 1) {
+        Slot& last = queue.back();
+        Slot& before = queue[queue.size() - 2];
+        if (!last.closed || !before.closed || before.direct || before.waits != last.waits) break;
+        before.bytes.take(last.bytes);
+        queue.pop_back();
+    }
     if (id == first) pump();
 }
 

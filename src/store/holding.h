@@ -141,7 +141,7 @@ class Output {
   private:
     struct Slot {
         explicit Slot(const Waits& w) : waits(w) {}
-        Held bytes{1 << 20};
+        Held bytes{1 << 16};
         Waits waits;
         bool closed = false, direct = false;
     };
