@@ -77,8 +77,6 @@ Streamed streamValues(const std::string& file, const std::string& expression, st
     }
     Reader reader(plan, ctxt, output);
     xmlSAXHandlerPtr sax = ctxt->sax;
-    // No document: without a DTD, the parser asks of it nothing that a document could answer.
-    sax->startDocument = nullptr;
     sax->startElementNs = onStart;
     sax->endElementNs = onEnd;
     if (sax->ignorableWhitespace == sax->characters) sax->ignorableWhitespace = onText;
@@ -94,7 +92,7 @@ Streamed streamValues(const std::string& file, const std::string& expression, st
         (ctxt->wellFormed || ctxt->recovery) && reader.sawRoot && !MemoryWatch::ranOut();
     const bool unsupported = reader.unsupported || !reader.compiled();
     ctxt->node = nullptr;
-    xmlFreeDoc(ctxt->myDoc);  // made by the parser for a DTD that it read before handing over
+    xmlFreeDoc(ctxt->myDoc);  // the empty document the parser consults, as the tree's parse does
     ctxt->myDoc = nullptr;
     xmlFreeParserCtxt(ctxt);
     if (unsupported) {
