@@ -59,6 +59,7 @@ Streamed streamValues(const std::string& file, const std::string& expression, st
     Plan plan;
     // "-" would read standard input, which the tree could not read again.
     if (!planStream(expression, plan) || file == "-") return Streamed::unsupported;
+    if (!Predicate(expression).ok()) return Streamed::unsupported;  // the tree reports it
     struct stat info;
     if (stat(file.c_str(), &info) != 0) return Streamed::unreadable;
     const int options = leanParseOptions();
