@@ -85,23 +85,22 @@ class Downward {
     }
 
   private:
-    bool either(bool& numeric) {
-        if (!both(numeric)) return false;
-        while (word("or")) {
+    // Operands apart by a word: "or" between ands, "and" between comparisons.
+    template <class Next>
+    bool joined(const char* w, bool& numeric, Next next) {
+        if (!next(numeric)) return false;
+        while (word(w)) {
             bool ignored;
-            if (!both(ignored)) return false;
+            if (!next(ignored)) return false;
             numeric = false;
         }
         return true;
     }
+    bool either(bool& numeric) {
+        return joined("or", numeric, [this](bool& n) { return both(n); });
+    }
     bool both(bool& numeric) {
-        if (!compared(numeric)) return false;
-        while (word("and")) {
-            bool ignored;
-            if (!compared(ignored)) return false;
-            numeric = false;
-        }
-        return true;
+        return joined("and", numeric, [this](bool& n) { return compared(n); });
     }
     bool compared(bool& numeric) {
         if (!operand(numeric)) return false;
