@@ -3,6 +3,7 @@
 #include <libxml/parser.h>
 
 #include "common.h"
+#include "expansion.h"
 
 namespace xpath_store {
 
@@ -22,9 +23,11 @@ int leanParseOptions() {
     return options;
 }
 
-// A parse that ran out of memory can end early and still hand back a document: refused.
+// A parse that ran out of memory can end early and still hand back a document: refused, as
+// is one whose entities expand out of all proportion.
 xmlDocPtr whole(xmlDocPtr doc) {
-    if (doc && (MemoryWatch::ranOut() || xmlDocGetRootElement(doc) == nullptr)) {
+    if (doc &&
+        (MemoryWatch::ranOut() || xmlDocGetRootElement(doc) == nullptr || !expansionBounded(doc))) {
         xmlFreeDoc(doc);
         return nullptr;
     }
