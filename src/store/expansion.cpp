@@ -30,11 +30,12 @@ class Expansion {
     explicit Expansion(xmlDocPtr doc) : doc(doc) {}
 
     // The nodes from first on, their attributes and their subtrees, in one walk without
-    // recursion; references are not followed but counted by what they expand to.
-    void tally(xmlNodePtr first, Tally& into) {
+    // recursion; references are not followed but counted by what they expand to. The own
+    // size is measured only when asked for: most documents never need it.
+    void tally(xmlNodePtr first, Tally& into, bool own) {
         xmlNodePtr top = first ? first->parent : nullptr;
         for (xmlNodePtr node = first; node;) {
-            count(node, into);
+            count(node, into, own);
             if (node->type == XML_ELEMENT_NODE && node->children) {
                 node = node->children;
                 continue;
@@ -45,26 +46,48 @@ class Expansion {
         }
     }
 
+    // Whether a reference to one of the entities that dtd declares may expand to ten times
+    // its own text: only then can a document pass the rule, and only then is it walked.
+    bool mayAmplify(xmlDtdPtr dtd) {
+        struct Scan {
+            Expansion* expansion;
+            bool found;
+        } scan{this, false};
+        if (dtd && dtd->entities)
+            xmlHashScan(
+                static_cast<xmlHashTablePtr>(dtd->entities),
+                [](void* entity, void* data, const xmlChar* name) {
+                    Scan* scan = static_cast<Scan*>(data);
+                    scan->found =
+                        scan->found || scan->expansion->of(static_cast<xmlEntityPtr>(entity)) >=
+                                           amplification * (length(name) + 2);
+                },
+                &scan);
+        return scan.found;
+    }
+
   private:
-    void count(xmlNodePtr node, Tally& into) {
+    static std::uint64_t length(const xmlChar* text) {
+        return static_cast<std::uint64_t>(xmlStrlen(text));
+    }
+
+    void count(xmlNodePtr node, Tally& into, bool own) {
         switch (node->type) {
             case XML_ELEMENT_NODE:
-                into.own =
-                    plus(into.own, 2 * static_cast<std::uint64_t>(xmlStrlen(node->name)) + 5);
+                if (own) into.own = plus(into.own, 2 * length(node->name) + 5);
                 for (xmlAttrPtr attr = node->properties; attr; attr = attr->next) {
-                    into.own =
-                        plus(into.own, static_cast<std::uint64_t>(xmlStrlen(attr->name)) + 4);
-                    tally(attr->children, into);
+                    if (own) into.own = plus(into.own, length(attr->name) + 4);
+                    tally(attr->children, into, own);
                 }
                 break;
             case XML_TEXT_NODE:
             case XML_CDATA_SECTION_NODE:
             case XML_COMMENT_NODE:
             case XML_PI_NODE:
-                into.own = plus(into.own, static_cast<std::uint64_t>(xmlStrlen(node->content)));
+                if (own) into.own = plus(into.own, length(node->content));
                 break;
             case XML_ENTITY_REF_NODE:
-                into.own = plus(into.own, static_cast<std::uint64_t>(xmlStrlen(node->name)) + 2);
+                if (own) into.own = plus(into.own, length(node->name) + 2);
                 into.expanded = plus(into.expanded, of(entityOf(node)));
                 break;
             default:
@@ -88,7 +111,7 @@ class Expansion {
         sizes[entity] = 0;  // a loop, which the parser refuses anyway, adds nothing
         Tally inner;
         if (entity->children)
-            tally(entity->children, inner);
+            tally(entity->children, inner, true);
         else
             inner.own = static_cast<std::uint64_t>(std::max(entity->length, 0));
         return sizes[entity] = plus(inner.own, inner.expanded);
@@ -97,10 +120,6 @@ class Expansion {
     xmlDocPtr doc;
     std::unordered_map<xmlEntityPtr, std::uint64_t> sizes;
 };
-
-bool declaresEntities(xmlDtdPtr dtd) {
-    return dtd && dtd->entities && xmlHashSize(static_cast<xmlHashTablePtr>(dtd->entities)) > 0;
-}
 
 // The declared entities' own text, which the parser reads as part of the document.
 std::uint64_t declared(xmlDtdPtr dtd) {
@@ -115,13 +134,15 @@ std::uint64_t declared(xmlDtdPtr dtd) {
 }  // namespace
 
 bool expansionBounded(xmlDocPtr doc) {
-    if (!declaresEntities(doc->intSubset) && !declaresEntities(doc->extSubset)) return true;
     Expansion expansion(doc);
+    if (!expansion.mayAmplify(doc->intSubset) && !expansion.mayAmplify(doc->extSubset)) return true;
     Tally document;
-    expansion.tally(doc->children, document);
+    expansion.tally(doc->children, document, false);
+    if (document.expanded < XML_MAX_TEXT_LENGTH) return true;
+    document = Tally();
+    expansion.tally(doc->children, document, true);
     document.own = plus(document.own, plus(declared(doc->intSubset), declared(doc->extSubset)));
-    if (document.expanded < XML_MAX_TEXT_LENGTH || document.expanded < amplification * document.own)
-        return true;
+    if (document.expanded < amplification * document.own) return true;
     xmlGenericError(xmlGenericErrorContext,
                     "%s: entity references expand to %llu bytes, ten times the document's own "
                     "%llu or more: not loaded\n",
