@@ -60,6 +60,8 @@ deb)
   (cd "$prefix" && find . ! -type d | sort) > "$work/installed.txt"
   (cd "$work/root/usr" && find . ! -type d | sort) > "$work/packed.txt"
   diff "$work/installed.txt" "$work/packed.txt" || fail "the packages don't hold what the tree holds"
+  zcat "$work/root/usr/share/doc/xpath/changelog.gz" | head -n1 | grep -qF "xpath ($version)" ||
+    fail "the change log has no entry for $version"
   runs "$work/root/usr/bin/xpath"
   ;;
 esac
