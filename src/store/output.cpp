@@ -1,6 +1,7 @@
 #include "output.h"
 
 #include <libxml/xmlsave.h>
+#include <lzma.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -26,7 +27,16 @@ struct Output::Deflate {
     }
 };
 
-Output::Output(int fd, int level) : fd(fd) {
+// As the xz tool writes by default, so that a file comes back in the form it had.
+struct Output::Xz {
+    lzma_stream s = LZMA_STREAM_INIT;
+    bool ready;
+    unsigned char out[1 << 16];
+    Xz() : ready(lzma_easy_encoder(&s, LZMA_PRESET_DEFAULT, LZMA_CHECK_CRC64) == LZMA_OK) {}
+    ~Xz() { lzma_end(&s); }
+};
+
+Output::Output(int fd, Packing packing) : fd(fd) {
     struct rlimit fsize;
     if (getrlimit(RLIMIT_FSIZE, &fsize) == 0) limit = fsize.rlim_cur;
     if (fd >= 0) {
@@ -34,8 +44,11 @@ Output::Output(int fd, int level) : fd(fd) {
         block = static_cast<char*>(std::malloc(capacity));
         failed = block == nullptr;
     }
-    if (level > 0) {
-        deflate.reset(new (std::nothrow) Deflate(level));
+    if (packing.xz) {
+        xz.reset(new (std::nothrow) Xz());
+        failed = failed || !xz || !xz->ready;
+    } else if (packing.level > 0) {
+        deflate.reset(new (std::nothrow) Deflate(packing.level));
         failed = failed || !deflate || !deflate->ready;
     }
 }
@@ -48,7 +61,9 @@ Output::~Output() {
 int Output::append(void* context, const char* bytes, int length) {
     Output& out = *static_cast<Output*>(context);
     const std::size_t n = static_cast<std::size_t>(length);
-    if (out.deflate)
+    if (out.xz)
+        out.compressXz(bytes, n, false);
+    else if (out.deflate)
         out.compress(bytes, n, false);
     else
         out.put(bytes, n);
@@ -67,6 +82,21 @@ bool Output::compress(const char* bytes, std::size_t size, bool last) {
         put(reinterpret_cast<char*>(deflate->out), sizeof deflate->out - z.avail_out);
     } while (z.avail_out == 0 && !failed);
     if (result == Z_STREAM_ERROR || (last && result != Z_STREAM_END)) failed = true;
+    return !failed;
+}
+
+bool Output::compressXz(const char* bytes, std::size_t size, bool last) {
+    lzma_stream& s = xz->s;
+    s.next_in = reinterpret_cast<const uint8_t*>(bytes);
+    s.avail_in = size;
+    lzma_ret result;
+    do {
+        s.next_out = xz->out;
+        s.avail_out = sizeof xz->out;
+        result = lzma_code(&s, last ? LZMA_FINISH : LZMA_RUN);
+        put(reinterpret_cast<char*>(xz->out), sizeof xz->out - s.avail_out);
+    } while (!failed && result == LZMA_OK && (s.avail_out == 0 || last));
+    if (result != (last ? LZMA_STREAM_END : LZMA_OK)) failed = true;
     return !failed;
 }
 
@@ -111,6 +141,7 @@ bool Output::write(xmlDocPtr doc) {
     if (save == nullptr) return false;
     const bool dumped = xmlSaveDoc(save, doc) >= 0;
     const bool closed = xmlSaveClose(save) >= 0;
+    if (xz && !failed) compressXz(nullptr, 0, true);
     if (deflate && !failed) compress(nullptr, 0, true);
     // Text cut short for want of memory is no document to put in the old one's place.
     return dumped && closed && flush() && total > 0 && !MemoryWatch::ranOut();

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -39,6 +40,14 @@ struct Target {
         base = lastPartOf(path);
     }
 };
+
+// Whether the file holds xz-compressed bytes (its magic number).
+bool isXz(const std::string& file) {
+    unsigned char head[6];
+    Descriptor fd(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return fd && read(fd, head, sizeof head) == static_cast<ssize_t>(sizeof head) &&
+           std::memcmp(head, "\xfd" "7zXZ\0", sizeof head) == 0;
+}
 
 // A hidden name beside the file, free at the time it was drawn.
 std::string hiddenName(const std::string& base) {
@@ -108,7 +117,7 @@ bool syncDirectory(int dir) {
 // extended attributes (ACLs, labels), writable to this process. Elsewhere the caller writes
 // in place.
 enum class Swap { done, failed, unsuitable, unlinkable };
-Swap swapIn(xmlDocPtr doc, const Target& target, int level, bool unnamed) {
+Swap swapIn(xmlDocPtr doc, const Target& target, Packing packing, bool unnamed) {
     if (target.path.empty() ||
         (target.exists &&
          (target.info.st_nlink != 1 ||
@@ -137,7 +146,7 @@ Swap swapIn(xmlDocPtr doc, const Target& target, int level, bool unnamed) {
                   fchown(fd, old.st_uid, old.st_gid) == 0) &&
                  flistxattr(fd, nullptr, 0) == 0);
     // The mode after the bytes: a write may take the set-user and set-group bits away.
-    bool written = same && Output(fd, level).write(doc) &&
+    bool written = same && Output(fd, packing).write(doc) &&
                    fchmod(fd, target.exists ? old.st_mode & 07777 : newFileMode()) == 0 &&
                    fsync(fd) == 0;
     bool linked = true;
@@ -154,8 +163,9 @@ Swap swapIn(xmlDocPtr doc, const Target& target, int level, bool unnamed) {
 }
 
 // Overwrites the file in place (same inode, owner and mode), or makes it where its links lead.
-bool writeInPlace(xmlDocPtr doc, const std::string& file, const Target& target, int level) {
-    Output text(-1, level);
+bool writeInPlace(xmlDocPtr doc, const std::string& file, const Target& target,
+                  Packing packing) {
+    Output text(-1, packing);
     if (!text.write(doc)) return false;
     const bool make = !target.exists;
     const std::string& name = make ? target.path : file;
@@ -186,12 +196,15 @@ bool saveDocument(xmlDocPtr doc, const std::string& file) {
     if (file.empty()) return false;
     const Target target(file);
     if (target.exists && !S_ISREG(target.info.st_mode)) return false;  // never a pipe, a device
-    // Compressed as the library would write it: gzip at the level its reading gave the document.
-    const int level = doc->compression < 0 ? xmlGetCompressMode() : doc->compression;
-    Swap swapped = swapIn(doc, target, level, true);
-    if (swapped == Swap::unlinkable) swapped = swapIn(doc, target, level, false);
+    // Compressed as the library would write it: gzip at the level its reading gave the
+    // document; but a file that was xz stays xz, so that the tools that made it still read it.
+    Packing packing;
+    packing.level = doc->compression < 0 ? xmlGetCompressMode() : doc->compression;
+    packing.xz = packing.level > 0 && target.exists && isXz(file);
+    Swap swapped = swapIn(doc, target, packing, true);
+    if (swapped == Swap::unlinkable) swapped = swapIn(doc, target, packing, false);
     if (swapped != Swap::unsuitable) return swapped == Swap::done;
-    return writeInPlace(doc, file, target, level);
+    return writeInPlace(doc, file, target, packing);
 }
 
 }  // namespace xpath_store

@@ -1,6 +1,6 @@
 #!/bin/sh
 # What a file is: a name is a path ("-", "file:/x.xml", "%" and "?" in it), read and written as
-# such; gzip and xz content is read, and written back gzip-compressed; only a regular file is
+# such; gzip and xz content is read, and written back compressed as it was; only a regular file is
 # written; a set-user and set-group file of a normal user keeps its bits.
 # Usage: files.sh <xpath binary>
 set -u
@@ -22,7 +22,8 @@ printf '<a>old</a>' | gzip > z.gz
 ! command -v xz > /dev/null || printf '<a>old</a>' | xz > z.xz
 for name in z.gz z.xz; do
     [ -e $name ] || continue
-    [ "$("$xpath" $name /a)" = old ] && "$xpath" $name /a new && [ "$(gzip -dc $name)" = "$new" ] ||
+    unpack="gzip -dc"; [ $name = z.gz ] || unpack="xz -dc"
+    [ "$("$xpath" $name /a)" = old ] && "$xpath" $name /a new && [ "$($unpack $name)" = "$new" ] ||
         fail "$name: not read, or not written back compressed"
 done
 
