@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "locking.h"
 #include "xmlloader.h"
 
 const char* USAGE = "Usage: xpath <file> <xpath> [value]";
@@ -46,6 +47,9 @@ int main(int argc, char** argv) {
 
     // Never destroyed: every way out is exit, and the process releases the document.
     XMLLoader loader(argv[1]);
+    // One writer at a time: held from before the read until the new text is in place.
+    xpath_store::WriterLock lock;
+    if (setMode && !lock.take(argv[1])) fail(ESAVEFILE);
     if (!loader.loadFile(setMode)) fail(ENOTFOUND, argv[1]);
 
     if (!setMode) {
