@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "common.h"
+#include "expansion.h"
 
 namespace xpath_store {
 
@@ -37,9 +38,11 @@ int leanParseOptions() {
     return options;
 }
 
-// A parse that ran out of memory can end early and still hand back a document: refused.
+// A parse that ran out of memory can end early and still hand back a document: refused, as
+// is one whose entities expand out of all proportion.
 xmlDocPtr whole(xmlDocPtr doc) {
-    if (doc && (MemoryWatch::ranOut() || xmlDocGetRootElement(doc) == nullptr)) {
+    if (doc &&
+        (MemoryWatch::ranOut() || xmlDocGetRootElement(doc) == nullptr || !expansionBounded(doc))) {
         xmlFreeDoc(doc);
         return nullptr;
     }
