@@ -36,7 +36,20 @@ if [ -z "${IDENTITY:-}" ]; then
 fi
 
 if [ "${1:-}" = --fixtures ] && [ $program = stream_identity ]; then
-    exec "$IDENTITY" --tsv "$here/stream_edges.tsv" "$root"/examples/*.xml
+    # The examples also packed, cut short, and under names that are no URL.
+    files=$(mktemp -d)
+    trap 'rm -rf "$files"' EXIT
+    for example in "$root"/examples/*.xml; do
+        name=$(basename "$example")
+        gzip -c "$example" >"$files/$name.gz"
+        head -c $(($(wc -c <"$files/$name.gz") / 2)) "$files/$name.gz" >"$files/short-$name.gz"
+        if command -v xz >/dev/null; then xz -c "$example" >"$files/$name.xz"; fi
+        cp "$example" "$files/%41 ?$name"
+        mkdir -p "$files/file:" && cp "$example" "$files/file:/$name"
+    done
+    cd "$files"
+    "$IDENTITY" --tsv "$here/stream_edges.tsv" "$root"/examples/*.xml ./*.*z ./%* file:/*
+    exit
 fi
 if [ "${1:-}" = --fixtures ]; then
     set -- "$root"/examples/*.xml --upto-nul "$root"/fuzz/corpus/*/* \

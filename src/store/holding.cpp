@@ -158,7 +158,7 @@ void HeldDiagnostics::discard() {
 
 // ---------------------------------------------------------------- values in order
 
-Decision::State Output::state(const Waits& waits) {
+Decision::State Ordered::state(const Waits& waits) {
     Decision::State all = Decision::kept;
     for (const Wait& w : waits) {
         if (w->state == Decision::dropped) return Decision::dropped;
@@ -169,7 +169,7 @@ Decision::State Output::state(const Waits& waits) {
 
 // A value that waits, or comes behind one: held in its slot until its turn. One whose turn has
 // come and which is kept from the start goes straight to done.
-Output::Id Output::enqueue(const Waits& waits) {
+Ordered::Id Ordered::enqueue(const Waits& waits) {
     if (!directOpen && queue.empty() && state(waits) == Decision::kept) {
         directOpen = true;
         return direct;
@@ -180,7 +180,7 @@ Output::Id Output::enqueue(const Waits& waits) {
 
 // What started after a value lies inside it and has closed before it: neighbours that are
 // closed and wait alike become one, so the queue stays as short as the nesting is deep.
-void Output::closeQueued(Id id) {
+void Ordered::closeQueued(Id id) {
     add(id, '\n');
     queue[id - first].closed = true;
     while (queue.size() > 1) {
@@ -193,7 +193,7 @@ void Output::closeQueued(Id id) {
     if (id == first) pump();
 }
 
-void Output::pump() {
+void Ordered::pump() {
     while (!directOpen && !queue.empty()) {
         Slot& s = queue.front();
         const Decision::State st = state(s.waits);
@@ -209,11 +209,11 @@ void Output::pump() {
     }
 }
 
-bool Output::ok() const {
+bool Ordered::ok() const {
     return error == 0 && done.ok();
 }
 
-int Output::failure() const {
+int Ordered::failure() const {
     return error ? error : done.failure();
 }
 

@@ -90,9 +90,9 @@ using Waits = std::vector<Wait>;
 // The values of a read in document order. A value opens where its node starts and closes
 // where it ends, so the value of an element holding another comes out first; a value that
 // waits for decisions is held until they are taken, then kept or dropped.
-class Output {
+class Ordered {
   public:
-    explicit Output(Held& done) : done(done) {}
+    explicit Ordered(Held& done) : done(done) {}
 
     using Id = std::size_t;
     static constexpr Id none = ~Id(0);  // no value: for those who keep an Id or none

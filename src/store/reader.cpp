@@ -13,7 +13,7 @@ extern "C" void __xmlRaiseError(xmlStructuredErrorFunc, xmlGenericErrorFunc, voi
 
 namespace xpath_store {
 
-Reader::Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Output& output)
+Reader::Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Ordered& output)
     : plan(plan),
       ctxt(ctxt),
       output(output),
@@ -167,7 +167,7 @@ void Reader::start(const xmlChar* localname, const xmlChar* prefix, const xmlCha
     me.matched = 0;
     me.hasChildren = me.firstIsText = me.copied = me.textsSelected = false;
     me.last = Level::none;
-    me.slot = me.textSlot = Output::none;
+    me.slot = me.textSlot = Ordered::none;
     me.copy = nullptr;
     if (counterCount) me.counters.assign(counterCount, 0);
     if (lastCount) me.candidates.assign(lastCount, nullptr);
@@ -228,8 +228,8 @@ void Reader::end() {
         decided = true;
     }
     if (me.copied) subtree.close();
-    if (me.textSlot != Output::none) output.close(me.textSlot);
-    if (me.slot != Output::none) {
+    if (me.textSlot != Ordered::none) output.close(me.textSlot);
+    if (me.slot != Ordered::none) {
         output.close(me.slot);
         values.pop_back();
     }
@@ -269,8 +269,8 @@ void Reader::characters(const xmlChar* bytes, int length, bool cdata) {
         }
     }
     const char* text = reinterpret_cast<const char*>(bytes);
-    if (me.textSlot != Output::none) output.add(me.textSlot, text, n);
-    for (Output::Id slot : values)
+    if (me.textSlot != Ordered::none) output.add(me.textSlot, text, n);
+    for (Ordered::Id slot : values)
         output.add(slot, text, n);
     if (subtree.building()) subtree.text(bytes, length, cdata);
 }
@@ -279,7 +279,7 @@ void Reader::leaf(const xmlChar* content, const xmlChar* target) {
     if (depth == 0) return;  // beside the root: not in any value
     Level& me = levels[depth];
     child(me, Level::other);
-    if (me.slot != Output::none && content)
+    if (me.slot != Ordered::none && content)
         output.add(me.slot, reinterpret_cast<const char*>(content),
                    std::strlen(reinterpret_cast<const char*>(content)));
     if (!subtree.building()) return;

@@ -33,7 +33,7 @@ struct Level {
     enum Kind : char { none, text, cdata, other } last = none;
     std::size_t textLength = 0;  // of the last text or CDATA child
     bool textsSelected = false;
-    Output::Id slot = Output::none, textSlot = Output::none;  // its value, its text child's
+    Ordered::Id slot = Ordered::none, textSlot = Ordered::none;  // its value, its text child's
     bool copied = false;                                      // in the subtree being built, as copy
     xmlNodePtr copy = nullptr;
     std::vector<unsigned long> counters;  // of its children, one per [n] and [last()]
@@ -60,7 +60,7 @@ struct Tag {
 // and gathers the values of what they select.
 class Reader {
   public:
-    Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Output& output);
+    Reader(const Plan& plan, xmlParserCtxtPtr ctxt, Ordered& output);
     bool compiled() const;
 
     void start(const xmlChar* localname, const xmlChar* prefix, const xmlChar* uri, int count,
@@ -96,7 +96,7 @@ class Reader {
 
     const Plan& plan;
     xmlParserCtxtPtr ctxt;
-    Output& output;
+    Ordered& output;
     const std::size_t n;
     const bool waiting, decode;
     const Step::Test selects;                        // what the last step selects
@@ -114,7 +114,7 @@ class Reader {
     std::size_t depth = 0;
     Tag tag{};
     std::string decoded;             // the last attribute value that needed decoding
-    std::vector<Output::Id> values;  // the value slots of the selected elements open now
+    std::vector<Ordered::Id> values;  // the value slots of the selected elements open now
     Subtree subtree;
     std::vector<Check> checks, asked;
     const Waits noWaits;
@@ -134,10 +134,10 @@ inline void Reader::show(const Level& level) {
 // A new child of level, the element being read: the blank between children of a selected
 // element, the end of a selected text before it.
 inline void Reader::child(Level& level, Level::Kind kind) {
-    if (level.slot != Output::none && level.hasChildren) output.add(level.slot, ' ');
-    if (level.textSlot != Output::none) {
+    if (level.slot != Ordered::none && level.hasChildren) output.add(level.slot, ' ');
+    if (level.textSlot != Ordered::none) {
         output.close(level.textSlot);
-        level.textSlot = Output::none;
+        level.textSlot = Ordered::none;
     }
     xmlNode* shape = kind == Level::text ? &textChild : &otherChild;
     if (!level.hasChildren) {

@@ -46,36 +46,30 @@ void onReference(void* ctx, const xmlChar*) {
     if (Reader* r = readerOf(ctx)) r->giveUp();
 }
 
-// The parser of the store's read of a file, as the tree's read makes it.
-xmlParserCtxtPtr openParser(const std::string& file, int options) {
-    xmlParserCtxtPtr ctxt = xmlCreateURLParserCtxt(file.c_str(), options);
-    if (ctxt) xmlCtxtUseOptions(ctxt, options);
-    return ctxt;
-}
-
 }  // namespace
 
 Streamed streamValues(const std::string& file, const std::string& expression, std::FILE* out) {
     Plan plan;
-    // "-" would read standard input, which the tree could not read again.
-    if (!planStream(expression, plan) || file == "-") return Streamed::unsupported;
+    if (!planStream(expression, plan)) return Streamed::unsupported;
     if (!Predicate(expression).ok()) return Streamed::unsupported;  // the tree reports it
+    // A file that is not there, or could not be read twice, is the tree's to report.
     struct stat info;
-    if (stat(file.c_str(), &info) != 0) return Streamed::unreadable;
     const int options = leanParseOptions();
-    if (!S_ISREG(info.st_mode) ||
+    if (stat(file.c_str(), &info) != 0 || !S_ISREG(info.st_mode) ||
         (options & ~(XML_PARSE_COMPACT | XML_PARSE_NOBLANKS | XML_PARSE_NOENT)) ||
         xmlLoadExtDtdDefaultValue != 0)
         return Streamed::unsupported;
     HeldDiagnostics diagnostics;
     if (!diagnostics.holding()) return Streamed::unsupported;
     Held done(8 << 20);
-    Output output(done);
-    xmlParserCtxtPtr ctxt = openParser(file, options);
+    Ordered output(done);
+    Source source(file);
+    xmlParserCtxtPtr ctxt = source.opened() ? openParser(source, file) : nullptr;
     if (ctxt == nullptr) {
         diagnostics.release();
         return Streamed::unreadable;
     }
+    xmlCtxtUseOptions(ctxt, options);
     Reader reader(plan, ctxt, output);
     xmlSAXHandlerPtr sax = ctxt->sax;
     sax->startElementNs = onStart;

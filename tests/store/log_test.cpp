@@ -42,6 +42,18 @@ TEST(StoreLog, TraceOfBuildingAPathOnAnEmptyDocument) {
                                "Counting: /a/b", "Adding 'c' nodes to: /a/b"}));
 }
 
+// The node there takes the value, by the road of making the condition's element beside it
+// and removing that as the surplus, with those lines.
+TEST(StoreLog, TraceOfATrailingConditionThatSelectsOneNode) {
+    Doc doc("<a><b id=\"2\">o</b></a>");
+    StoreLog log(LOG_TRACE);
+    ASSERT_TRUE(doc.impl.setOrCreateVector(XString("/a/b[@id=\"2\"]"), {XString("x")}, {true}));
+    EXPECT_EQ(log.lines(),
+              (std::vector<std::string>{"Creating node: /a/b[@id=\"2\"]", "--node is conditional",
+                                        "Counting: /a", "Removing nodes from: /a/b"}));
+    EXPECT_EQ(doc.text(), "<a><b id=\"2\">x</b></a>");
+}
+
 TEST(StoreLog, LinesByLevelAndFunction) {
     Doc doc("<a/>");
     {

@@ -72,6 +72,14 @@ std::string expand(const std::string& before) {
     }
     if (std::sscanf(before.c_str(), "(text %d)", &n) == 1)
         return "<a k=\"1\">" + std::string(static_cast<std::size_t>(n), 'x') + "</a>";
+    int refs = 0;  // "(entity N R)": an entity of N bytes, referenced R times
+    if (std::sscanf(before.c_str(), "(entity %d %d)", &n, &refs) == 2) {
+        std::string body;
+        for (int i = 0; i < refs; ++i)
+            body += "&e;";
+        return "<!DOCTYPE a [<!ENTITY e \"" + std::string(static_cast<std::size_t>(n), 'x') +
+               "\">]><a k=\"1\">" + body + "</a>";
+    }
     return before;
 }
 
