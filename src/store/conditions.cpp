@@ -44,6 +44,7 @@ xmlNsPtr Subtree::space(xmlNodePtr node, const xmlChar* prefix, const xmlChar* u
 }
 
 void Subtree::add(xmlNodePtr child) {
+    if (child) bytes += sizeof(xmlNode) + static_cast<std::size_t>(xmlStrlen(child->content));
     if (child == nullptr || xmlAddChild(current, child) == nullptr) {
         xmlFreeNode(child);
         failed = true;
@@ -64,6 +65,7 @@ xmlNodePtr Subtree::open(const xmlChar* localname, const xmlChar* prefix, const 
         failed = true;
         return nullptr;
     }
+    bytes += sizeof(xmlNode) + static_cast<std::size_t>(attributeCount) * 2 * sizeof(xmlNode);
     if (current == nullptr) {
         xmlDocSetRootElement(doc, node);
     } else {
@@ -93,6 +95,7 @@ void Subtree::close() {
         xmlUnlinkNode(left);
         xmlFreeNode(left);
         current = nullptr;
+        bytes = 0;
     }
 }
 

@@ -31,6 +31,8 @@ class Subtree {
     void comment(const xmlChar* value);
     void instruction(const xmlChar* target, const xmlChar* data);
     bool ok() const { return !failed; }
+    // Near enough, the bytes the copy being built takes.
+    std::size_t size() const { return bytes; }
 
   private:
     xmlNsPtr space(xmlNodePtr node, const xmlChar* prefix, const xmlChar* uri);
@@ -38,6 +40,7 @@ class Subtree {
 
     xmlDocPtr doc = nullptr;
     xmlNodePtr current = nullptr;
+    std::size_t bytes = 0;
     bool failed = false;
 };
 

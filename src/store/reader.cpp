@@ -272,7 +272,10 @@ void Reader::characters(const xmlChar* bytes, int length, bool cdata) {
     if (me.textSlot != Ordered::none) output.add(me.textSlot, text, n);
     for (Ordered::Id slot : values)
         output.add(slot, text, n);
-    if (subtree.building()) subtree.text(bytes, length, cdata);
+    if (subtree.building()) {
+        subtree.text(bytes, length, cdata);
+        moveOn();
+    }
 }
 
 void Reader::leaf(const xmlChar* content, const xmlChar* target) {

@@ -34,7 +34,7 @@ struct Level {
     std::size_t textLength = 0;  // of the last text or CDATA child
     bool textsSelected = false;
     Ordered::Id slot = Ordered::none, textSlot = Ordered::none;  // its value, its text child's
-    bool copied = false;                                      // in the subtree being built, as copy
+    bool copied = false;  // in the subtree being built, as copy
     xmlNodePtr copy = nullptr;
     std::vector<unsigned long> counters;  // of its children, one per [n] and [last()]
     std::vector<Wait> candidates;         // the last child so far, one per [last()]
@@ -92,6 +92,8 @@ class Reader {
     void moveOn() {
         if (decided) output.decided();
         decided = false;
+        // A copy that grows with the file: the tree does as well, and faster.
+        if (subtree.size() > 16 << 20) giveUp();
     }
 
     const Plan& plan;
@@ -113,7 +115,7 @@ class Reader {
     std::vector<Level> levels;
     std::size_t depth = 0;
     Tag tag{};
-    std::string decoded;             // the last attribute value that needed decoding
+    std::string decoded;              // the last attribute value that needed decoding
     std::vector<Ordered::Id> values;  // the value slots of the selected elements open now
     Subtree subtree;
     std::vector<Check> checks, asked;
