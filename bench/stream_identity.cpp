@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "cells.h"
 #include "xmlloader.h"
 
 namespace {
@@ -64,28 +65,6 @@ std::string excerpt(const std::string& text) {
                : c < 0x20 ? std::string("?")
                           : std::string(1, char(c));
     return "'" + out + (text.size() > 60 ? "...'" : "'");
-}
-
-// Table cells: the escapes above, {N*text} repeated.
-std::string unescape(const std::string& cell) {
-    std::string text;
-    for (std::size_t i = 0; i < cell.size(); ++i) {
-        if (cell[i] == '{' && cell.find('*', i) < cell.find('}', i)) {
-            std::size_t star = cell.find('*', i), close = cell.find('}', i);
-            std::string piece = unescape(cell.substr(star + 1, close - star - 1));
-            for (long n = std::stol(cell.substr(i + 1, star - i - 1)); n > 0; --n)
-                text += piece;
-            i = close;
-        } else if (cell[i] != '\\' || i + 1 == cell.size()) {
-            text += cell[i];
-        } else if (cell[++i] == 'x' && i + 2 < cell.size()) {
-            text += static_cast<char>(std::stoi(cell.substr(i + 1, 2), nullptr, 16));
-            i += 2;
-        } else {
-            text += cell[i] == 'n' ? '\n' : cell[i] == 't' ? '\t' : cell[i];
-        }
-    }
-    return text;
 }
 
 struct Tally {
@@ -163,7 +142,7 @@ int main(int argc, char** argv) {
             for (std::size_t at = 0; at != std::string::npos;) {
                 std::size_t tab = line.find('\t', at);
                 cells.push_back(
-                    unescape(line.substr(at, tab == std::string::npos ? tab : tab - at)));
+                    bench::unescape(line.substr(at, tab == std::string::npos ? tab : tab - at)));
                 at = tab == std::string::npos ? tab : tab + 1;
             }
             std::ofstream(scratch, std::ios::binary) << cells[0];
