@@ -67,8 +67,8 @@ int leanParseOptions() {
 }
 
 xmlParserCtxtPtr openParser(Source& source, const std::string& file) {
-    xmlParserCtxtPtr ctxt = xmlCreateIOParserCtxt(nullptr, nullptr, Source::read, nullptr,
-                                                  &source, XML_CHAR_ENCODING_NONE);
+    xmlParserCtxtPtr ctxt = xmlCreateIOParserCtxt(nullptr, nullptr, Source::read, nullptr, &source,
+                                                  XML_CHAR_ENCODING_NONE);
     if (ctxt && ctxt->input->filename == nullptr)  // the name its diagnostics give
         ctxt->input->filename = reinterpret_cast<char*>(xmlStrdup(xml(file.c_str())));
     return ctxt;
