@@ -51,11 +51,6 @@ class XMLLoaderImpl : public Object {
 
     static std::uint32_t references;
     static Logger logger;
-
-  private:
-    bool makeNode(const XString& path, bool missing);
-    bool setOrCreate(const XString& path, const std::vector<XString>& values,
-                     const std::vector<bool>& flags, bool retry, bool missing);
 };
 
 class XMLLoader : public Object {
