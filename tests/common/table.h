@@ -2,8 +2,10 @@
 #define XPATH_TESTS_TABLE_H
 
 // Test tables: a case a line, fields apart by tabs (a run of tabs is one), '#' starts a comment,
-// "-" is an empty field, and \n, \t, \\ and \xHH escape bytes. Also: reading a file back.
+// "-" is an empty field, and \n, \t, \\ and \xHH escape bytes. Also: what code writes.
 
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -49,6 +51,19 @@ inline std::vector<std::string> parts(const std::string& field) {
     for (std::size_t at = 0, end = 0; !field.empty() && end != std::string::npos; at = end + 1)
         out.push_back(field.substr(at, (end = field.find('|', at)) - at));
     return out;
+}
+
+// What write puts into a stdio stream; ok is what it returned.
+template <class Write>
+std::string captured(Write write, bool& ok) {
+    char* text = nullptr;
+    std::size_t size = 0;
+    std::FILE* out = open_memstream(&text, &size);
+    ok = write(out);
+    std::fclose(out);
+    std::string result(text, size);
+    std::free(text);
+    return result;
 }
 
 inline std::string readFile(const std::string& file) {

@@ -1,12 +1,10 @@
-// libxml2's allocator fails its Nth call, for every N, across runs as the tool makes them
-// (load, read or set, save, stop): each run fails, leaving the file as it was, or gives what a
-// run without failures gives. A binary of its own: the allocator is set before libxml2 starts.
+// libxml2's allocator fails its Nth call, for every N, across runs as the tool makes them: each
+// run fails, leaving the file as it was, or gives what a run without failures gives. A binary
+// of its own: the allocator is set before libxml2 starts.
 #include <gtest/gtest.h>
 #include <libxml/xmlmemory.h>
 
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
 
 #include "../common/table.h"
 #include "xmlloader.h"
@@ -17,79 +15,64 @@ long left = -1;  // allocations that still succeed; -1: all of them
 bool failed = false;
 
 bool failNow() {
-    if (left < 0 || left-- > 0) return false;
-    return failed = true;
-}
-void* tryMalloc(std::size_t n) {
-    return failNow() ? nullptr : std::malloc(n);
-}
-void* tryRealloc(void* p, std::size_t n) {
-    return failNow() ? nullptr : std::realloc(p, n);
-}
-char* tryStrdup(const char* s) {
-    return failNow() ? nullptr : strdup(s);
+    return left >= 0 && left-- == 0 && (failed = true);
 }
 void quiet(void*, const char*, ...) {}
-const bool installed = xmlMemSetup(std::free, tryMalloc, tryRealloc, tryStrdup) == 0 &&
-                       (xmlSetGenericErrorFunc(nullptr, quiet), true);
+const bool installed =
+    xmlMemSetup(
+        std::free, [](std::size_t n) { return failNow() ? nullptr : std::malloc(n); },
+        [](void* p, std::size_t n) { return failNow() ? nullptr : std::realloc(p, n); },
+        [](const char* s) { return failNow() ? nullptr : strdup(s); }) == 0 &&
+    (xmlSetGenericErrorFunc(nullptr, quiet), true);
 
 const char* const original =
     "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<!DOCTYPE a [<!ENTITY e \"\xe9\">]>\n"
     "<a k=\"1\"><b>x &e;</b><b>y<!--c--><i>z</i></b></a>\n";
 
-// One run: read mode gives what it writes and reads, set mode the file afterwards. False when
-// a step fails.
+// A run of the tool, read (value null) or set; false when a step fails. out: the values read,
+// as getVector and writeValues give them, or the file afterwards.
 bool run(const std::string& file, const char* path, const char* value, std::string& out) {
     XMLLoader loader(file);
     std::vector<std::string> values;
     if (!loader.loadFile(value != nullptr) || !loader.getVector(path, values, value ? 2 : 0))
         return false;
-    if (value == nullptr) {
-        char* text = nullptr;
-        std::size_t size = 0;
-        std::FILE* to = open_memstream(&text, &size);
-        bool ok = loader.writeValues(path, to);
-        std::fclose(to);
-        out = std::string(text, size);
-        std::free(text);
-        for (const std::string& v : values)
-            out += "|" + v;
-        return ok;
+    if (value) {
+        bool set = loader.setOrCreateVector(path, std::vector<std::string>{value});
+        return set && loader.saveFile() && !(out = readFile(file)).empty();
     }
-    if (!loader.setOrCreateVector(path, std::vector<std::string>{value}) || !loader.saveFile())
-        return false;
-    out = readFile(file);
-    return true;
-}
-
-void failEachAllocation(const char* path, const char* value) {
-    const std::string file = testing::TempDir() + "xpath-alloc-" + std::to_string(getpid());
-    std::string expected, out;
-    std::ofstream(file, std::ios::binary) << original;
-    ASSERT_TRUE(run(file, path, value, expected)) << path;
-    long n = 0;
-    for (failed = true; failed; ++n) {  // until a run meets no failure
-        std::ofstream(file, std::ios::binary) << original;
-        left = n;
-        failed = false;
-        bool ok = run(file, path, value, out);
-        left = -1;
-        EXPECT_EQ(ok      ? out
-                  : value ? readFile(file)
-                          : original,
-                  ok ? expected : original)
-            << path << ": allocation " << n << " failed";
-    }
-    EXPECT_GT(n, 50) << path;  // the runs do allocate through libxml2
-    std::filesystem::remove(file);
+    bool ok;
+    out = captured([&](std::FILE* to) { return loader.writeValues(path, to); }, ok);
+    for (const std::string& v : values)
+        out += "|" + v;
+    return ok;
 }
 
 TEST(AllocationFailure, EveryFailureIsCleanOrHarmless) {
     ASSERT_TRUE(installed);
-    failEachAllocation("/a/@k|/a/b", nullptr);
-    failEachAllocation("/a/b", nullptr);
-    failEachAllocation("/a/c[@id=\"2\"]/d", "v &amp; w");
-    failEachAllocation("/a/b[2]", "new");
+    const std::string file = testing::TempDir() + "xpath-alloc.xml";
+    const struct {
+        const char *path, *value;
+    } runs[] = {{"/a/@k|/a/b", nullptr},
+                {"/a/b", nullptr},
+                {"/a/c[@id=\"2\"]/d", "v &amp; w"},
+                {"/a/b[2]", "new"}};
+    for (const auto [path, value] : runs) {
+        std::string expected, out;
+        std::ofstream(file, std::ios::binary) << original;
+        ASSERT_TRUE(run(file, path, value, expected)) << path;
+        long n = 0;
+        for (failed = true; failed; ++n) {  // until a run meets no failure
+            std::ofstream(file, std::ios::binary) << original;
+            left = n;
+            failed = false;
+            bool ok = run(file, path, value, out);
+            left = -1;
+            EXPECT_TRUE(ok ? out == expected : !value || readFile(file) == original)
+                << path << ": allocation " << n << " failed";
+        }
+        EXPECT_GT(n, 50) << path;  // the runs do allocate through libxml2
+    }
+    std::remove(file.c_str());
 }
 
 }  // namespace
