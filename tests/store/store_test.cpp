@@ -2,6 +2,7 @@
 // splitting, limits, and the files that loaders read and write.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -317,6 +318,24 @@ TEST(Loader, ASaveThatDoesNotFitLeavesTheFileAsItWas) {
     }
     EXPECT_FALSE(save(fresh, 10));  // a new file that doesn't fit: none is left
     EXPECT_EQ(scratch.entries(), 2);
+}
+
+TEST(Loader, AFullFileSystemLeavesTheFileAsItWas) {
+    Scratch scratch;  // swapped in, then in place (a second hard link): neither fits
+    if (mount("none", scratch.dir.c_str(), "tmpfs", 0, "size=256k") != 0) GTEST_SKIP();
+    const std::string old = "<a><b>old</b></a>", file = scratch.path("f.xml", old);
+    std::ofstream(scratch.path("filler")) << std::string(1 << 20, 'x');  // as much as fits
+    for (const char* name : {"f.xml", "g.xml"}) {
+        link(file.c_str(), scratch.path(name).c_str());
+        XMLLoader loader(scratch.path(name));
+        ASSERT_TRUE(
+            loader.loadFile(false) &&
+            loader.setOrCreateVector("/a/b", std::vector<std::string>{std::string(1 << 16, 'x')}));
+        EXPECT_FALSE(loader.saveFile());
+        EXPECT_EQ(readFile(file), old) << name;
+    }
+    EXPECT_EQ(scratch.entries(), 3);
+    umount(scratch.dir.c_str());
 }
 
 TEST(Loader, CopiesAssignsAndCompares) {
