@@ -43,26 +43,4 @@ TEST(XString, RfindAndSubstr) {
     EXPECT_TRUE(cut.length() == 1 && cut[0] == 0xc3 && cut[1] == 0 && XString()[0] == 0);
 }
 
-TEST(XString, ConcatenationAndOutput) {
-    XString target, right("");
-    XString result = (target += XString(""));
-    EXPECT_TRUE(target.blank() && !result.blank());  // the returned copy measured the target
-    target += XString("ab");
-    target += XString();
-    target += XString("cd");
-    EXPECT_EQ(target.length(), 4u);
-    target += target;
-    EXPECT_EQ(text(target), "abcdabcd");
-    EXPECT_EQ(text(XString("a") + "b") + text(XString() + "b") + text(XString("a") + XString("b")) +
-                  text(XString() + XString("b")) + text("a" + XString("b")) +
-                  text(static_cast<const char*>(nullptr) + XString("b")) +
-                  text(XString("x") + right),
-              "abbabbabbx");
-    EXPECT_TRUE((XString() + static_cast<const char*>(nullptr)).blank() && right.blank());
-    std::ostringstream out;
-    out.width(10);
-    out << XString() << XString("") << XString("a\nb");
-    EXPECT_EQ(out.str() + XString().stringValue("ignored"), "a\nb");
-}
-
 }  // namespace

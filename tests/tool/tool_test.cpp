@@ -10,16 +10,11 @@
 
 namespace {
 
-// The table's F, D and '' as arguments, and %F, %D in messages.
+// The table's F and '' as arguments, and %F in messages.
 std::string expand(std::string text, const std::string& file, bool argument) {
-    const std::string dir = std::filesystem::path(file).parent_path();
-    if (argument)
-        return text == "''"     ? ""
-               : text == "D"    ? dir
-               : text[0] == 'F' ? file + text.substr(1)
-                                : text;
-    for (std::size_t at; (at = text.find('%')) != std::string::npos;)
-        text.replace(at, 2, text[at + 1] == 'F' ? file : dir);
+    if (argument) return text == "''" ? "" : text[0] == 'F' ? file + text.substr(1) : text;
+    for (std::size_t at; (at = text.find("%F")) != std::string::npos;)
+        text.replace(at, 2, file);
     return text;
 }
 
