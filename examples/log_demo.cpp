@@ -4,7 +4,7 @@
 #include <iostream>
 #include <string>
 
-#include "trace.h"
+#include <xpath/trace.h>
 
 namespace {
 

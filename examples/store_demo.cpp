@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "xmlloader.h"
+#include <xpath/xmlloader.h>
 
 int main(int argc, char** argv) {
     if (argc != 2) {

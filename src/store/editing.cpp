@@ -3,6 +3,7 @@
 #include <libxml/parserInternals.h>
 #include <libxml/xpathInternals.h>
 
+#include <algorithm>
 #include <string>
 #include <unordered_map>
 
@@ -31,6 +32,7 @@ bool writeValue(xmlNodePtr node, const XString& value) {
         case XML_ATTRIBUTE_NODE: {
             std::string text;
             if (!contentText(value, text)) return false;
+            Made::going(node, true);
             xmlNodeSetContent(node, xml(text.c_str()));
             return true;
         }
@@ -75,8 +77,10 @@ xmlNodePtr addElement(xmlNodePtr parent, const XString& name, const XString* val
     } else if (parent->type != XML_ELEMENT_NODE || depthOf(parent) > xmlParserMaxDepth) {
         return nullptr;
     }
-    return value ? xmlNewTextChild(parent, nullptr, name, *value)
-                 : xmlNewChild(parent, nullptr, name, nullptr);
+    xmlNodePtr made = value ? xmlNewTextChild(parent, nullptr, name, *value)
+                            : xmlNewChild(parent, nullptr, name, nullptr);
+    Made::added(made);
+    return made;
 }
 
 xmlAttrPtr addAttribute(xmlNodePtr parent, const XString& name, const XString& value) {
@@ -96,13 +100,16 @@ xmlAttrPtr addAttribute(xmlNodePtr parent, const XString& name, const XString& v
         if ((attr->ns == nullptr) == (ns == nullptr) && xmlStrEqual(attr->name, local) &&
             (ns == nullptr || xmlStrEqual(attr->ns->href, ns->href)))
             return nullptr;
-    return xmlNewNsProp(parent, ns, local, value);
+    xmlAttrPtr made = xmlNewNsProp(parent, ns, local, value);
+    Made::added(reinterpret_cast<xmlNodePtr>(made));
+    return made;
 }
 
 xmlNodePtr addRoot(xmlDocPtr doc, const XString& name) {
     Answers::forget();
     xmlNodePtr root = xmlNewNode(nullptr, name);
     if (root != nullptr) xmlDocSetRootElement(doc, root);
+    Made::added(root);
     return root;
 }
 
@@ -146,11 +153,47 @@ void Overlaps::clear(int i) {
     entry = nullptr;
 }
 
+bool Made::holds(xmlNodePtr node) const {
+    for (; node; node = node->parent)
+        if (std::find(tops.begin(), tops.end(), node) != tops.end()) return true;
+    return false;
+}
+
+void Made::added(xmlNodePtr node) {
+    for (Made* made = innermost; made && node; made = made->outer)
+        if (!made->holds(node)) made->tops.push_back(node);
+}
+
+void Made::going(xmlNodePtr node, bool childrenOnly) {
+    auto below = [&](xmlNodePtr top) {
+        if (childrenOnly && top->type == XML_ATTRIBUTE_NODE && top->parent == node)
+            return false;  // a node's attributes stay when its children go
+        for (xmlNodePtr up = childrenOnly ? top->parent : top; up; up = up->parent)
+            if (up == node) return true;
+        return false;
+    };
+    for (Made* made = innermost; made; made = made->outer)
+        made->tops.erase(std::remove_if(made->tops.begin(), made->tops.end(), below),
+                         made->tops.end());
+}
+
+void Made::undo() {
+    Answers::forget();
+    std::vector<xmlNodePtr> gone;
+    gone.swap(tops);
+    for (auto node = gone.rbegin(); node != gone.rend(); ++node) {
+        going(*node, false);  // recorders around this one made it too
+        xmlUnlinkNode(*node);
+        xmlFreeNode(*node);
+    }
+}
+
 void eraseEntry(xmlNodeSetPtr set, int i, Overlaps& overlaps) {
     Answers::forget();
     xmlNodePtr node = set->nodeTab[i];
     overlaps.destroyed(i, false);
     if (node->type == XML_NAMESPACE_DECL) return;
+    Made::going(node, isDocument(node));
     if (isDocument(node)) {
         for (xmlNodePtr child = node->children, next; child; child = next) {
             next = child->next;

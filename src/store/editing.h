@@ -54,6 +54,32 @@ class Overlaps {
     std::vector<bool> cleared;
 };
 
+// The nodes made while one lives, so that they can be taken out again. Only the highest are
+// kept (the rest lie in their subtrees), and one that goes with a change of the tree is
+// dropped at once, so that nothing freed is ever touched. Recorders nest: each sees all.
+class Made {
+  public:
+    Made() : outer(innermost) { innermost = this; }
+    ~Made() { innermost = outer; }
+    Made(const Made&) = delete;
+    Made& operator=(const Made&) = delete;
+
+    bool any() const { return !tops.empty(); }
+    // Unlinks and frees every node made, the newest first.
+    void undo();
+
+    // From the editing functions: node was made; node goes, or only its children.
+    static void added(xmlNodePtr node);
+    static void going(xmlNodePtr node, bool childrenOnly);
+
+  private:
+    bool holds(xmlNodePtr node) const;
+
+    Made* outer;
+    std::vector<xmlNodePtr> tops;
+    static inline Made* innermost = nullptr;
+};
+
 // Unlinks and frees entry i with its subtree. The document itself stays: it loses its
 // top-level nodes instead. A namespace entry belongs to the set and stays in the tree.
 void eraseEntry(xmlNodeSetPtr set, int i, Overlaps& overlaps);

@@ -140,13 +140,18 @@ bool XMLLoaderImpl::evalToContextAndObj(const XString& path, xmlXPathContextPtr&
     return true;
 }
 
-unsigned int XMLLoaderImpl::countNodes(const XString& path) const {
-    auto log = logger.getFunctor<Logger::Id>("countNodes");
+bool xpath_store::countOf(const XMLLoaderImpl& impl, const XString& path, unsigned int& count) {
+    auto log = XMLLoaderImpl::logger.getFunctor<Logger::Id>("countNodes");
     MemoryWatch watch;
-    XLOG(log, LOG_TRACE, "Counting: " + xpath_store::str(path));
-    xpath_store::Evaluation found(*this, path);
-    if (!found.ok()) return 0;
-    unsigned int count = found.count();
-    found.release();
-    return watch.ok(true) ? count : 0;
+    XLOG(log, LOG_TRACE, "Counting: " + str(path));
+    Evaluation found(impl, path);
+    const bool ok = watch.ok(found.ok());
+    count = ok ? found.count() : 0;
+    return ok;
+}
+
+unsigned int XMLLoaderImpl::countNodes(const XString& path) const {
+    unsigned int count = 0;
+    xpath_store::countOf(*this, path, count);
+    return count;
 }

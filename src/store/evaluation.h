@@ -46,6 +46,9 @@ class Answers {
     static inline std::vector<std::pair<XString, xmlXPathObjectPtr>> answers;
 };
 
+// countNodes, telling a failed evaluation (false) from one that selects nothing.
+bool countOf(const XMLLoaderImpl& impl, const XString& path, unsigned int& count);
+
 // One evaluation of a path on the loader's document: the context and the result, owned
 // together and freed together whatever the way out.
 class Evaluation {

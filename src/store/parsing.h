@@ -6,9 +6,41 @@
 
 #include <libxml/tree.h>
 
+#include <memory>
 #include <string>
 
 namespace xpath_store {
+
+// A file's bytes on their way to the library's parser. The file is opened here, its name taken
+// as a path and nothing else (no URL, no "-" for standard input), and gzip or xz content comes
+// out decompressed. Hand it over as the read callback and its context, for instance
+// xmlReadIO(Source::read, nullptr, &source, name, nullptr, options); it closes the file.
+class Source {
+  public:
+    // Opens file; when it can't be, opened() is false and the library's own warning is out.
+    explicit Source(const std::string& file);
+    ~Source();
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+
+    bool opened() const { return fd >= 0; }
+    // Known once the first bytes were read: true for gzip or xz content.
+    bool compressed() const { return decoder != nullptr; }
+    // The library's read callback: up to size bytes into buffer, 0 at the end, -1 on an error.
+    static int read(void* source, char* buffer, int size);
+
+  private:
+    struct Decoder;
+    int start();
+    int readPlain(char* buffer, int size);
+    bool fill();
+
+    int fd;
+    bool started = false, ended = false;
+    std::unique_ptr<unsigned char[]> in;  // bytes read ahead: the head, or compressed bytes
+    std::size_t at = 0, end = 0;
+    std::unique_ptr<Decoder> decoder;
+};
 
 // The document in file, or null when it doesn't parse whole.
 xmlDocPtr readFile(const std::string& file);

@@ -1,80 +1,89 @@
-// Saving: a new file swapped in whole, or else the whole text first, then the space for it,
-// and only then the old bytes.
+// Saving: a new file written whole, synced and swapped in; or else, where a swap would lose
+// what the old file had, the whole text first, then the space for it, and only then the old
+// bytes, with the signals that end a run held back meanwhile.
 
 #include "saving.h"
 
 #include <fcntl.h>
-#include <libxml/xmlsave.h>
-#include <sys/resource.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
+#include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <new>
 #include <vector>
 
-#include "common.h"
+#include "files.h"
+#include "output.h"
 
 namespace xpath_store {
 
 namespace {
 
-// The serialised document, gathered in one block that grows in place.
-struct Text {
-    char* data = nullptr;
-    std::size_t size = 0, capacity = 0;
-    bool failed = false;
-    Text() = default;
-    Text(const Text&) = delete;
-    Text& operator=(const Text&) = delete;
-    ~Text() { std::free(data); }
+// The file a save replaces or makes: where the name's links lead, and what is there now.
+struct Target {
+    struct stat info {};
+    std::string path, dir, base;
+    bool exists;
 
-    static int append(void* context, const char* bytes, int length) {
-        Text& text = *static_cast<Text*>(context);
-        std::size_t need = text.size + static_cast<std::size_t>(length);
-        if (need > text.capacity) {
-            std::size_t capacity = std::max(need, text.capacity ? text.capacity * 2 : 1 << 16);
-            char* grown = static_cast<char*>(std::realloc(text.data, capacity));
-            if (grown == nullptr) {
-                text.failed = true;
-                return -1;
-            }
-            text.data = grown;
-            text.capacity = capacity;
-        }
-        std::memcpy(text.data + text.size, bytes, static_cast<std::size_t>(length));
-        text.size = need;
-        return length;
+    explicit Target(const std::string& file)
+        : path(finalPath(file)), exists(stat(file.c_str(), &info) == 0) {
+        struct stat there;
+        // A name whose links lead nowhere that can be replaced is written through, in place.
+        if (exists && (stat(path.c_str(), &there) != 0 || there.st_dev != info.st_dev ||
+                       there.st_ino != info.st_ino))
+            path.clear();
+        dir = directoryOf(path);
+        base = lastPartOf(path);
     }
 };
 
-// The same text as the library's formatted UTF-8 save to a file, handed to sink's append.
-template <class Sink>
-bool serialise(xmlDocPtr doc, Sink& sink) {
-    xmlSaveCtxtPtr save =
-        xmlSaveToIO(Sink::append, nullptr, &sink, "UTF-8", XML_SAVE_FORMAT | XML_SAVE_AS_XML);
-    if (save == nullptr) return false;
-    bool dumped = xmlSaveDoc(save, doc) >= 0;
-    bool flushed = xmlSaveClose(save) >= 0;
-    return dumped && flushed && !sink.failed && sink.size > 0;
+// Whether the file holds xz-compressed bytes (its magic number).
+bool isXz(const std::string& file) {
+    unsigned char head[6];
+    Descriptor fd(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return fd && read(fd, head, sizeof head) == static_cast<ssize_t>(sizeof head) &&
+           std::memcmp(head, "\xfd" "7zXZ\0", sizeof head) == 0;
 }
 
-// Writes all bytes at offset at, or in order from where the file stands for at < 0.
-bool writeAll(int fd, const char* bytes, std::size_t size, off_t at) {
-    while (size > 0) {
-        ssize_t written = at < 0 ? write(fd, bytes, size) : pwrite(fd, bytes, size, at);
-        if (written < 0 && errno == EINTR) continue;
-        if (written <= 0) return false;
-        bytes += written;
-        size -= static_cast<std::size_t>(written);
-        if (at >= 0) at += written;
+// A hidden name beside the file, free at the time it was drawn.
+std::string hiddenName(const std::string& base) {
+    static const char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    unsigned char random[6];
+    if (getrandom(random, sizeof random, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof random)) {
+        struct timespec now;
+        clock_gettime(CLOCK_REALTIME, &now);
+        for (unsigned i = 0; i < sizeof random; ++i)
+            random[i] = static_cast<unsigned char>((now.tv_nsec >> (5 * i)) ^ getpid());
     }
-    return true;
+    std::string name = "." + base + ".";
+    for (unsigned char r : random)
+        name += letters[r % (sizeof letters - 1)];
+    return name;
+}
+
+// Gives an unnamed file a hidden name in dir: through /proc as any user may, else by its
+// descriptor, which needs privilege. Empty when neither works.
+std::string linkUnnamed(int fd, int dir, const std::string& base) {
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    for (int tries = 0; tries < 100; ++tries) {
+        std::string name = hiddenName(base);
+        if (linkat(AT_FDCWD, self.c_str(), dir, name.c_str(), AT_SYMLINK_FOLLOW) == 0 ||
+            linkat(fd, "", dir, name.c_str(), AT_EMPTY_PATH) == 0)
+            return name;
+        if (errno != EEXIST) break;
+    }
+    return "";
+}
+
+// The mode of a file made new: what the process's umask lets through.
+mode_t newFileMode() {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return 0666 & ~mask;
 }
 
 // Makes sure that size bytes fit in the file before any of its bytes change: within the
@@ -95,124 +104,107 @@ bool reserve(int fd, off_t oldSize, std::size_t size) {
     return false;
 }
 
-// The file that an open descriptor stands for, which differs from the name given when that
-// name is a link.
-std::string openedPath(int fd, const std::string& name) {
-    char target[4096];
-    std::string link = "/proc/self/fd/" + std::to_string(fd);
-    ssize_t n = readlink(link.c_str(), target, sizeof target - 1);
-    return n > 0 ? std::string(target, static_cast<std::size_t>(n)) : name;
+// A directory synced, so that a name given or changed in it survives a crash. Some file
+// systems can't sync a directory at all, which is no failure of the save.
+bool syncDirectory(int dir) {
+    return fsync(dir) == 0 || errno == EINVAL;
 }
 
-// Overwrites the file in place (same inode, same permissions), or makes it. A pipe or a
-// device has no space to reserve: it is written in order.
-bool writeInPlace(const std::string& file, const Text& text) {
-    std::string made;
-    int fd = open(file.c_str(), O_WRONLY | O_CLOEXEC);
-    if (fd < 0 && errno == ENOENT) {
-        fd = open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);  // through a link too
-        if (fd >= 0) made = openedPath(fd, file);
-    }
-    if (fd < 0) return false;
-    struct stat info;
-    bool ok = fstat(fd, &info) == 0;
-    if (ok && S_ISREG(info.st_mode))
-        ok = reserve(fd, info.st_size, text.size) && writeAll(fd, text.data, text.size, 0) &&
-             ftruncate(fd, static_cast<off_t>(text.size)) == 0;
-    else if (ok)
-        ok = writeAll(fd, text.data, text.size, -1);
-    ok = close(fd) == 0 && ok;
-    if (!ok && !made.empty()) unlink(made.c_str());  // a file that wasn't there stays missing
-    return ok;
-}
-
-// The serialised document on its way to a descriptor, in large writes, never past the
-// process's file size limit (which would raise a signal rather than fail the write).
-struct Stream {
-    int fd;
-    std::size_t size = 0, used = 0;
-    rlim_t limit = RLIM_INFINITY;
-    bool failed = false;
-    char block[1 << 18];
-
-    explicit Stream(int fd) : fd(fd) {
-        struct rlimit fsize;
-        if (getrlimit(RLIMIT_FSIZE, &fsize) == 0) limit = fsize.rlim_cur;
-    }
-    // A failure is only recorded: an error returned here would have the library print its own.
-    static int append(void* context, const char* bytes, int length) {
-        Stream& out = *static_cast<Stream*>(context);
-        const std::size_t n = static_cast<std::size_t>(length);
-        if (out.failed || out.overLimit(n)) return length;
-        if (out.used + n > sizeof out.block && !out.flush()) return length;
-        if (n > sizeof out.block) {
-            out.failed = !writeAll(out.fd, bytes, n, -1);
-        } else {
-            std::memcpy(out.block + out.used, bytes, n);
-            out.used += n;
-        }
-        out.size += n;
-        return length;
-    }
-    bool overLimit(std::size_t n) {
-        failed = limit != RLIM_INFINITY && size + n > limit;
-        return failed;
-    }
-    bool flush() {
-        if (used && !writeAll(fd, block, used, -1)) failed = true;
-        used = 0;
-        return !failed;
-    }
-};
-
-// A new file beside the old one, renamed over it once whole: nothing of the text is held in
-// memory, and the old file is untouched until the new one is complete. Only where the swap
-// keeps all the old file had: one name, its owner and mode, no extended attributes (ACLs,
-// labels), writable to this process. Elsewhere the caller writes in place.
-enum class Swap { done, failed, unsuitable };
-Swap swapIn(const std::string& file, xmlDocPtr doc) {
-    char* resolved = realpath(file.c_str(), nullptr);  // a link stays a link to the new file
-    if (resolved == nullptr) return Swap::unsuitable;
-    const std::string target(resolved);
-    std::free(resolved);
-    struct stat old;
-    if (stat(target.c_str(), &old) != 0 || !S_ISREG(old.st_mode) || old.st_nlink != 1 ||
-        faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) != 0 ||
-        listxattr(target.c_str(), nullptr, 0) != 0)
+// A new file beside the old one, written whole, synced, and renamed over it. Unnamed
+// (O_TMPFILE) until then where the file system allows, so that nothing is left beside the
+// file whatever ends the run; elsewhere under a hidden name, removed if a polite signal ends
+// it. Only where the swap keeps all the old file had: one name, its owner and mode, no
+// extended attributes (ACLs, labels), writable to this process. Elsewhere the caller writes
+// in place.
+enum class Swap { done, failed, unsuitable, unlinkable };
+Swap swapIn(xmlDocPtr doc, const Target& target, Packing packing, bool unnamed) {
+    if (target.path.empty() ||
+        (target.exists &&
+         (target.info.st_nlink != 1 ||
+          faccessat(AT_FDCWD, target.path.c_str(), W_OK, AT_EACCESS) != 0 ||
+          listxattr(target.path.c_str(), nullptr, 0) != 0)))
         return Swap::unsuitable;
-    const std::size_t slash = target.rfind('/');
-    std::string temp = target.substr(0, slash + 1) + "." + target.substr(slash + 1) + ".XXXXXX";
-    int fd = mkostemp(&temp[0], O_CLOEXEC);
-    if (fd < 0) return Swap::unsuitable;
-    struct stat made;
-    bool same = fstat(fd, &made) == 0 &&
-                ((made.st_uid == old.st_uid && made.st_gid == old.st_gid) ||
-                 fchown(fd, old.st_uid, old.st_gid) == 0) &&
-                fchmod(fd, old.st_mode & 07777) == 0 && flistxattr(fd, nullptr, 0) == 0;
-    bool written = false;
-    if (same) {
-        std::unique_ptr<Stream> out(new (std::nothrow) Stream(fd));
-        // Text cut short for want of memory is no document to put in the old one's place.
-        written = out && serialise(doc, *out) && out->flush() && !MemoryWatch::ranOut();
+    Descriptor dir(open(target.dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!dir) return Swap::unsuitable;
+    Descriptor fd(unnamed ? openat(dir, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600) : -1);
+    std::string name;  // the new file's hidden name, while it has one
+    std::unique_ptr<RemovedOnSignal> removed;
+    if (!fd) {
+        SignalsHeld held;  // until a signal would remove what is made here
+        for (int tries = 0; tries < 100 && !fd && (tries == 0 || errno == EEXIST); ++tries) {
+            name = hiddenName(target.base);
+            fd.reset(openat(dir, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        }
+        if (!fd) return Swap::unsuitable;
+        removed.reset(new RemovedOnSignal(dir, name));
     }
-    written = close(fd) == 0 && written;
-    if (same && written && rename(temp.c_str(), target.c_str()) == 0) return Swap::done;
-    unlink(temp.c_str());
+    struct stat made;
+    const struct stat& old = target.info;
+    bool same = !target.exists ||
+                (fstat(fd, &made) == 0 &&
+                 ((made.st_uid == old.st_uid && made.st_gid == old.st_gid) ||
+                  fchown(fd, old.st_uid, old.st_gid) == 0) &&
+                 flistxattr(fd, nullptr, 0) == 0);
+    // The mode after the bytes: a write may take the set-user and set-group bits away.
+    bool written = same && Output(fd, packing).write(doc) &&
+                   fchmod(fd, target.exists ? old.st_mode & 07777 : newFileMode()) == 0 &&
+                   fsync(fd) == 0;
+    bool linked = true;
+    {
+        SignalsHeld held;  // the hidden name never outlives the run
+        if (written && name.empty()) linked = !(name = linkUnnamed(fd, dir, target.base)).empty();
+        written = written && linked && renameat(dir, name.c_str(), dir, target.base.c_str()) == 0;
+        if (!written && !name.empty()) unlinkat(dir, name.c_str(), 0);
+        if (removed) removed->end();
+    }
+    if (!linked) return Swap::unlinkable;
+    if (written) return fd.close() && syncDirectory(dir) ? Swap::done : Swap::failed;
     return same ? Swap::failed : Swap::unsuitable;
+}
+
+// Overwrites the file in place (same inode, owner and mode), or makes it where its links lead.
+bool writeInPlace(xmlDocPtr doc, const std::string& file, const Target& target,
+                  Packing packing) {
+    Output text(-1, packing);
+    if (!text.write(doc)) return false;
+    const bool make = !target.exists;
+    const std::string& name = make ? target.path : file;
+    Descriptor fd(open(name.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC | (make ? O_CREAT | O_EXCL : 0),
+                       0666));
+    if (!fd) return false;
+    struct stat info;
+    bool ok = fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+    if (ok) {
+        SignalsHeld held;  // no polite signal tears the file between old and new
+        ok = reserve(fd, info.st_size, text.size()) &&
+             writeAll(fd, text.data(), text.size(), 0) &&
+             ftruncate(fd, static_cast<off_t>(text.size())) == 0;
+        if (ok && (info.st_mode & (S_ISUID | S_ISGID))) fchmod(fd, info.st_mode & 07777);
+    }
+    ok = ok && fsync(fd) == 0;
+    ok = fd.close() && ok;
+    if (!make) return ok;
+    Descriptor dir(open(target.dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (ok && (!dir || syncDirectory(dir))) return true;  // a directory it can't read: as it is
+    unlink(name.c_str());  // a file that wasn't there stays missing
+    return false;
 }
 
 }  // namespace
 
 bool saveDocument(xmlDocPtr doc, const std::string& file) {
-    // Left to the library's own save: a compressed file, written back compressed, and "-",
-    // which the library reads and writes as the standard streams.
-    int compression = doc->compression < 0 ? xmlGetCompressMode() : doc->compression;
-    if (compression > 0 || file == "-")
-        return xmlSaveFormatFileEnc(file.c_str(), doc, "UTF-8", 1) > 0;
-    const Swap swapped = swapIn(file, doc);
-    if (swapped != Swap::unsuitable) return swapped == Swap::done && !MemoryWatch::ranOut();
-    Text text;
-    return serialise(doc, text) && !MemoryWatch::ranOut() && writeInPlace(file, text);
+    if (file.empty()) return false;
+    const Target target(file);
+    if (target.exists && !S_ISREG(target.info.st_mode)) return false;  // never a pipe, a device
+    // Compressed as the library would write it: gzip at the level its reading gave the
+    // document; but a file that was xz stays xz, so that the tools that made it still read it.
+    Packing packing;
+    packing.level = doc->compression < 0 ? xmlGetCompressMode() : doc->compression;
+    packing.xz = packing.level > 0 && target.exists && isXz(file);
+    Swap swapped = swapIn(doc, target, packing, true);
+    if (swapped == Swap::unlinkable) swapped = swapIn(doc, target, packing, false);
+    if (swapped != Swap::unsuitable) return swapped == Swap::done;
+    return writeInPlace(doc, file, target, packing);
 }
 
 }  // namespace xpath_store

@@ -3,93 +3,16 @@
 // removed. setOrCreateVector and createNode call each other: a missing path is built by
 // recursion through both, one level per missing step, the nodes made from the root down.
 
-#include <libxml/parserInternals.h>
-
 #include <algorithm>
 
 #include "common.h"
-#include "editing.h"
 #include "evaluation.h"
 #include "rules.h"
-#include "xmlloader.h"
+#include "setting.h"
 
-using namespace xpath_store;
+namespace xpath_store {
 
 namespace {
-
-// How a set of one path comes about.
-enum class Pass {
-    fit,    // the caller's values: overwrite, make, remove
-    make,   // making a node the caller found missing: finding one there means an evaluation
-            // failed without saying so (libxml2 does, out of memory), not a node to empty
-    again,  // the second pass after the path's parent was made: it isn't made twice
-};
-
-// Nesting of set operations; paths deeper than any document the parser reads are refused
-// before they can exhaust the stack.
-unsigned int setDepth = 0;
-struct SetDepth {
-    SetDepth() { ++setDepth; }
-    ~SetDepth() { --setDepth; }
-    bool tooDeep() const { return setDepth > xmlParserMaxDepth + 8; }
-};
-
-// The values that take part, in order: those whose flag is true.
-class Cursor {
-  public:
-    Cursor(const std::vector<XString>& values, const std::vector<bool>& flags)
-        : values(values), flags(flags) {}
-    const XString& take() {
-        while (at < flags.size() && !flags[at])
-            ++at;
-        return at < values.size() ? values[at++] : none;
-    }
-
-  private:
-    const std::vector<XString>& values;
-    const std::vector<bool>& flags;
-    std::size_t at = 0;
-    const XString none;
-};
-
-bool makeNode(XMLLoaderImpl& impl, const XString& path, Pass pass);
-
-// One call of setOrCreateVector on one path.
-class Set {
-  public:
-    Set(XMLLoaderImpl& impl, const XString& path, const std::vector<XString>& values,
-        const std::vector<bool>& flags)
-        : log(XMLLoaderImpl::logger.getFunctor<Logger::Id>("setOrCreateVector")),
-          impl(impl),
-          path(path),
-          values(values),
-          flags(flags),
-          cursor(values, flags) {}
-
-    bool run(Pass pass);
-
-  private:
-    bool makeMissing(Pass pass);
-    bool makeRoot();
-    bool write(xmlNodeSetPtr set, Overlaps& overlaps, unsigned int found);
-    bool add(xmlNodeSetPtr parents, unsigned int found);
-    bool remove(xmlNodeSetPtr set, Overlaps& overlaps, unsigned int found);
-    bool noParent() {
-        XLOG(log, LOG_ERROR, "Could not retrieve parent node: " + str(parent));
-        return false;
-    }
-
-    Logger::Functor<Logger::Id> log;
-    SetDepth depth;
-    XMLLoaderImpl& impl;
-    const XString& path;
-    const std::vector<XString>& values;
-    const std::vector<bool>& flags;
-    Cursor cursor;
-    XString parent, last;
-    unsigned int wanted = 0;
-    bool attribute = false, parentHasText = false;
-};
 
 bool setPath(XMLLoaderImpl& impl, const XString& path, const std::vector<XString>& values,
              const std::vector<bool>& flags, Pass pass) {
@@ -100,6 +23,8 @@ bool setPath(XMLLoaderImpl& impl, const XString& path, const std::vector<XString
 bool setBlank(XMLLoaderImpl& impl, const XString& path, Pass pass) {
     return setPath(impl, path, std::vector<XString>(1), std::vector<bool>(1, true), pass);
 }
+
+}  // namespace
 
 bool Set::run(Pass pass) {
     if (impl.doc == nullptr || values.size() != flags.size() || depth.tooDeep()) {
@@ -117,13 +42,33 @@ bool Set::run(Pass pass) {
     }
     XString condName, condValue;
     const bool conditional = XMLLoaderImpl::splitCondition(path, parent, condName, condValue);
-    if (conditional) go = impl.createNode(path) && go;
     wanted = static_cast<unsigned int>(std::count(flags.begin(), flags.end(), true));
     attribute = last.length() > 0 && last[0] == '@';
     parentHasText = parent != XString("");
+    // A condition on the path's only step makes no node: refused, even where it selects one.
+    const unsigned long slash = conditional ? parent.rfind("/", XString::npos) : 0;
+    const bool onlyStep = conditional && (slash == XString::npos || slash == 0);
+    if (conditional && !onlyStep) {
+        conditionParent = parent.substr(0, slash);
+        element = parent.substr(slash + 1);
+    }
 
-    // An attribute target has exactly one parent per value.
-    if (go && attribute && impl.countNodes(parent) != wanted) {
+    // One value, and the path selects one node before anything is made: it takes the value.
+    if (go && wanted == 1 && pass != Pass::make && !onlyStep) {
+        Evaluation before(impl, path);
+        if (!before.ok()) return noParent();
+        if (before.count() == 1) return overwrite(before.nodes()->nodeTab[0], condName, condValue);
+    }
+    const bool takenOut = conditional && !makeCondition(go);
+
+    // An attribute target has exactly one parent per value. One value never removes parents.
+    unsigned int holders = 0;
+    if (go && attribute && !countOf(impl, parent, holders)) return noParent();
+    if (go && attribute && holders != wanted) {
+        if (wanted == 1 && holders > 1) {
+            XLOG(log, LOG_ERROR, "More than one parent node for the attribute of " + str(path));
+            return false;
+        }
         XLOG(log, LOG_TRACE, "Creating or removing parent nodes for " + str(path));
         go = setPath(impl, parent, std::vector<XString>(wanted), std::vector<bool>(wanted, true),
                      Pass::fit);
@@ -142,19 +87,18 @@ bool Set::run(Pass pass) {
         XLOG(log, LOG_ERROR, "Node to make is there already: " + str(path));
         return false;
     }
-    if (count == 0 && !attribute && !(parentHasText && impl.countNodes(parent) != 0)) {
+    if (takenOut && count == 0) {
+        XLOG(log, LOG_ERROR, "The path doesn't select what its condition makes: " + str(path));
+        return false;
+    }
+    unsigned int above = 0;
+    if (count == 0 && !attribute && parentHasText && !countOf(impl, parent, above))
+        return noParent();
+    if (count == 0 && !attribute && above == 0) {
         found.release();
         return makeMissing(pass);
     }
     xmlNodeSetPtr set = found.nodes();
-
-    // One value for the one attribute found: stored in place, where it stands.
-    if (attribute && wanted == 1 && count == 1 && set->nodeTab[0] &&
-        set->nodeTab[0]->type == XML_ATTRIBUTE_NODE) {
-        bool stored = setAttribute(reinterpret_cast<xmlAttrPtr>(set->nodeTab[0]), cursor.take());
-        if (!stored) XLOG(log, LOG_ERROR, "Value can't be stored in " + str(path));
-        return stored;
-    }
 
     // The root element is never erased: a document without one doesn't parse again. Checked
     // before anything is written, where nodes would really go: what an attribute target
@@ -279,7 +223,19 @@ bool Set::remove(xmlNodeSetPtr set, Overlaps& overlaps, unsigned int found) {
     return true;
 }
 
-bool makeNode(XMLLoaderImpl& impl, const XString& path, Pass pass) {
+bool Set::noParent() {
+    XLOG(log, LOG_ERROR, "Could not retrieve parent node: " + str(parent));
+    return false;
+}
+
+bool validCondition(const XString& element, const XString& name, const XString& value) {
+    const bool onAttribute = name.length() > 0 && name[0] == '@';
+    const XString condName = onAttribute ? name.substr(1) : name;
+    return validName(element) &&
+           (onAttribute ? validAttributeName(condName) : validName(condName)) && validText(value);
+}
+
+bool makeNode(XMLLoaderImpl& impl, const XString& path, Pass pass, xmlNodePtr* made) {
     auto log = XMLLoaderImpl::logger.getFunctor<Logger::Id>("createNode");
     MemoryWatch watch;
     XLOG(log, LOG_TRACE, "Creating node: " + str(path));
@@ -297,20 +253,23 @@ bool makeNode(XMLLoaderImpl& impl, const XString& path, Pass pass) {
         log(LOG_ERROR, "Attempt to create a new root node!");
         return false;
     }
-    bool onAttribute = name[0] == '@';
-    XString condName = onAttribute ? name.substr(1) : name;
-    if (!validName(element) ||
-        !(onAttribute ? validAttributeName(condName) : validName(condName)) || !validText(value)) {
+    if (!validCondition(element, name, value)) {
         XLOG(log, LOG_ERROR, "Invalid name or value for a new node: " + str(path));
         return false;
     }
-    if (impl.countNodes(parent) == 0) {
+    unsigned int found = 0;
+    if (!countOf(impl, parent, found)) {
+        XLOG(log, LOG_ERROR, "Failed to locate parent node: " + str(parent));
+        return false;
+    }
+    if (found == 0) {
         XLOG(log, LOG_TRACE, "--creating parent of conditional node");
         if (!setBlank(impl, parent, Pass::make) || impl.countNodes(parent) != 1) {
             XLOG(log, LOG_ERROR, "--failed to create parent: " + str(parent));
             return false;
         }
     }
+    const bool onAttribute = name[0] == '@';
     Evaluation parents(impl, parent);
     xmlNodePtr child = nullptr;
     if (parents.count() > 0) {
@@ -325,15 +284,18 @@ bool makeNode(XMLLoaderImpl& impl, const XString& path, Pass pass) {
     if (child == nullptr)
         XLOG(log, LOG_ERROR, "Failed to create child node:" + str(element));
     else
-        result = onAttribute ? addAttribute(child, condName, value) != nullptr
-                             : addElement(child, condName, &value) != nullptr;
+        result = onAttribute ? addAttribute(child, name.substr(1), value) != nullptr
+                             : addElement(child, name, &value) != nullptr;
     if (!result)
         XLOG(log, LOG_ERROR, "Failed to create child node:" + str(name) + "=" + str(value));
+    if (made) *made = child;
     parents.release();
     return watch.ok(result);
 }
 
-}  // namespace
+}  // namespace xpath_store
+
+using namespace xpath_store;
 
 bool XMLLoaderImpl::createNode(const XString& path) {
     Answers answers;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "locking.h"
 #include "xmlloader.h"
 
 const char* USAGE = "Usage: xpath <file> <xpath> [value]";
@@ -46,6 +47,9 @@ int main(int argc, char** argv) {
 
     // Never destroyed: every way out is exit, and the process releases the document.
     XMLLoader loader(argv[1]);
+    // One writer at a time: held from before the read until the new text is in place.
+    xpath_store::WriterLock lock;
+    if (setMode && !lock.take(argv[1])) fail(ESAVEFILE);
     if (!loader.loadFile(setMode)) fail(ENOTFOUND, argv[1]);
 
     if (!setMode) {
@@ -56,14 +60,16 @@ int main(int argc, char** argv) {
         std::exit(0);
     }
 
-    // Set mode needs only to know whether more than one node is selected.
+    // Set mode needs only to know whether more than one node is selected, and nothing is saved
+    // without knowing it: the set's own evaluation may work where this one ran out of memory.
     std::vector<std::string> values;
-    if (!loader.getVector(std::string(argv[2]), values, 2)) badXPath(argv[2]);
+    const bool counted = loader.getVector(std::string(argv[2]), values, 2);
+    if (!counted) badXPath(argv[2]);
     if (values.size() > 1) fail(ETOOMANY);
     bool stored;
     {
         std::vector<char*> value(1, argv[3]);
-        stored = loader.setOrCreateVector(std::string(argv[2]), value);
+        stored = loader.setOrCreateVector(std::string(argv[2]), value) && counted;
     }
     if (!stored) fail(ESAVEVALUE);
     if (!loader.saveFile()) fail(ESAVEFILE);
