@@ -1,5 +1,6 @@
 // Loggers are process-wide: the logging tests have a binary of their own.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <new>
@@ -66,7 +67,7 @@ TEST(Logger, StartsSettersAndEffectiveFlags) {
 // The calls of calls.tsv on a logger with every flag but none for function "quiet", once for
 // each level and text; what they write to the console, time stamps cut.
 TEST(Logger, WritesWhatTheTableSays) {
-    const std::string dir = testing::TempDir() + "logtest/";  // files are never unregistered
+    const std::string dir = testing::TempDir() + "xpath-log-" + std::to_string(getpid()) + "/";
     std::filesystem::create_directories(dir);
     Logger logger("calls", nullptr);
     logger.setClassLevel(LOG_LEVEL(127), false);

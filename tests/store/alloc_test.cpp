@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <libxml/xmlmemory.h>
 
+#include <unistd.h>
+
 #include <cstring>
 
 #include "../common/table.h"
@@ -49,7 +51,8 @@ bool run(const std::string& file, const char* path, const char* value, std::stri
 
 TEST(AllocationFailure, EveryFailureIsCleanOrHarmless) {
     ASSERT_TRUE(installed);
-    const std::string file = testing::TempDir() + "xpath-alloc.xml";
+    const std::string file =
+        testing::TempDir() + "xpath-alloc-" + std::to_string(getpid()) + ".xml";
     const struct {
         const char *path, *value;
     } runs[] = {{"/a/@k|/a/b", nullptr},
