@@ -249,6 +249,8 @@ TEST(Loader, LoadsAndSaves) {
     std::string bytes = readFile(scratch.path("f.xml"));
     EXPECT_TRUE(saved && bytes.substr(0, 2) == "\x1f\x8b" && bytes[8] == 4);  // gzip, fastest
     EXPECT_TRUE(loader.loadFile(false) && loader.getVector("/b", values) && values.size() == 1);
+    bytes = loader.saveFile() ? readFile(scratch.path("f.xml")) : "";  // read compressed: at 9
+    EXPECT_TRUE(bytes.substr(0, 2) == "\x1f\x8b" && bytes[8] == 2);
 }
 
 TEST(Loader, SaveKeepsWhatTheFileWas) {
