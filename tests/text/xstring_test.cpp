@@ -25,6 +25,10 @@ TEST(XString, StatesLengthsAndComparison) {
     EXPECT_TRUE(XString("ab") == XString(std::string("ab")) && XString("ab") != XString("ac") &&
                 XString("ab") != XString("abc"));
     EXPECT_EQ(XString(std::string("a\0b", 3)).length(), 3u);  // outside the domain, no crash
+    XString self("ab");
+    self += self;
+    self = self;
+    EXPECT_EQ(text(self), "abab");
 }
 
 TEST(XString, RfindAndSubstr) {
