@@ -5,7 +5,7 @@
 #   bench/identity.sh [FILE...]     the files given; by default every *.xml under /usr/share
 #   bench/identity.sh --fixtures    the repository's own documents: examples/*.xml, the fuzz
 #                                   corpora (each input up to its first NUL, as the targets
-#                                   read it) and the documents of tests/store's read, set and
+#                                   read it) and the documents of tests/store's store and
 #                                   delete tables (what CTest runs, as bench.identity)
 #
 # IDENTITY=path/to/identity uses that program; otherwise it is built (Release) in
@@ -24,7 +24,7 @@ fi
 
 if [ "${1:-}" = --fixtures ]; then
     set -- "$root"/examples/*.xml --upto-nul "$root"/fuzz/corpus/*/* \
-        --tsv "$root"/tests/store/read.tsv "$root"/tests/store/set.tsv "$root"/tests/store/delete.tsv
+        --tsv "$root"/tests/store/store.tsv "$root"/tests/store/delete.tsv
     exec "$IDENTITY" "$@"
 fi
 if [ $# -gt 0 ]; then
