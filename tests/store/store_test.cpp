@@ -76,41 +76,43 @@ struct StoreLog {
 };
 
 TEST(Store, ReadsSetsAndCreates) {
-    for (const Row& row : readTable("store.tsv")) {
-        SCOPED_TRACE(row[0] + "  " + row[1] + "  " + row[2] + "  " + row[3]);
-        Doc doc(row[0]);
-        StoreLog log(LOG_ERROR | LOG_TRACE);  // every line built: none changes a result
-        const std::string before = doc.text(), op = row[1].substr(0, row[1].find(':'));
-        const std::string option = row[1].substr(std::min(row[1].size(), op.size() + 1));
-        std::vector<XString> values = xstrings(row[3]);
-        std::string result = "false";
-        if (op == "read") {  // appended by getVector; the typed read replaces what was there
-            const unsigned int max = std::atoi(option.c_str());
-            values.assign(1, XString("kept"));
-            bool ok = doc.impl.getVector(XString(row[2]), values, max), wrote = ok;
-            EXPECT_EQ(values[0].stringValue(""), "kept");
-            values.erase(values.begin());
-            result = ok ? joined(values) : "(fails)";
-            XMLLoader loader;
-            std::vector<std::string> typed{"stale", "stale"};
-            loader.loadArray(row[0].c_str(), static_cast<unsigned int>(row[0].size()));
-            EXPECT_EQ(loader.getVector(row[2], typed, max), ok);
-            EXPECT_EQ(joined(typed), joined(values));
-            if (max == 0) {  // all of them: the same values written out, and counted
-                EXPECT_EQ(written(doc.impl, row[2], wrote), joined(values, true));
-                EXPECT_EQ(wrote, ok);
-                EXPECT_EQ(doc.impl.countNodes(XString(row[2])), values.size());
+    for (unsigned int levels : {0u + LOG_SEVERE, 0u + LOG_ERROR + LOG_TRACE}) {
+        for (const Row& row : readTable("store.tsv")) {
+            SCOPED_TRACE(row[0] + "  " + row[1] + "  " + row[2] + "  " + row[3]);
+            Doc doc(row[0]);
+            StoreLog log(levels);  // no line changes a result
+            const std::string before = doc.text(), op = row[1].substr(0, row[1].find(':'));
+            const std::string option = row[1].substr(std::min(row[1].size(), op.size() + 1));
+            std::vector<XString> values = xstrings(row[3]);
+            std::string result = "false";
+            if (op == "read") {  // appended by getVector; the typed read replaces what was there
+                const unsigned int max = std::atoi(option.c_str());
+                values.assign(1, XString("kept"));
+                bool ok = doc.impl.getVector(XString(row[2]), values, max), wrote = ok;
+                EXPECT_EQ(values[0].stringValue(""), "kept");
+                values.erase(values.begin());
+                result = ok ? joined(values) : "(fails)";
+                XMLLoader loader;
+                std::vector<std::string> typed{"stale", "stale"};
+                loader.loadArray(row[0].c_str(), static_cast<unsigned int>(row[0].size()));
+                EXPECT_EQ(loader.getVector(row[2], typed, max), ok);
+                EXPECT_EQ(joined(typed), joined(values));
+                if (max == 0) {  // all of them: the same values written out, and counted
+                    EXPECT_EQ(written(doc.impl, row[2], wrote), joined(values, true));
+                    EXPECT_EQ(wrote, ok);
+                    EXPECT_EQ(doc.impl.countNodes(XString(row[2])), values.size());
+                }
+            } else if (op == "set") {
+                std::vector<bool> flags(option.empty() ? values.size() : option.size(), true);
+                for (std::size_t i = 0; i < option.size(); ++i)
+                    flags[i] = option[i] == 'T';
+                if (doc.impl.setOrCreateVector(XString(row[2]), values, flags)) result = "true";
+            } else if (doc.impl.createNode(XString(row[2]))) {
+                result = "true";
             }
-        } else if (op == "set") {
-            std::vector<bool> flags(option.empty() ? values.size() : option.size(), true);
-            for (std::size_t i = 0; i < option.size(); ++i)
-                flags[i] = option[i] == 'T';
-            if (doc.impl.setOrCreateVector(XString(row[2]), values, flags)) result = "true";
-        } else if (doc.impl.createNode(XString(row[2]))) {
-            result = "true";
+            EXPECT_EQ(result, row[4]);
+            EXPECT_EQ(doc.text(), row[5] == "=" ? before : row[5]);
         }
-        EXPECT_EQ(result, row[4]);
-        EXPECT_EQ(doc.text(), row[5] == "=" ? before : row[5]);
     }
 }
 
@@ -251,6 +253,24 @@ TEST(Loader, LoadsAndSaves) {
     EXPECT_TRUE(loader.loadFile(false) && loader.getVector("/b", values) && values.size() == 1);
     bytes = loader.saveFile() ? readFile(scratch.path("f.xml")) : "";  // read compressed: at 9
     EXPECT_TRUE(bytes.substr(0, 2) == "\x1f\x8b" && bytes[8] == 2);
+}
+
+TEST(Loader, ReadsUnderTheProgramsParserSettings) {
+    // Substitute entities, DTD bits, document, values ("-": refused), as a program sets them.
+    Scratch scratch;
+    const std::string dtd = scratch.path("d.dtd", "<!ATTLIST a k CDATA 'd' i ID #IMPLIED>");
+    const std::string text = "<!DOCTYPE a SYSTEM '" + dtd + "' [<!ENTITY e '<b>x</b>'>]>";
+    for (const Row& row : std::vector<Row>{{"1", "6", text + "<a i='n'>&e;</a>", "x|d|x"},
+                                           {"1", "12", text + "<a i='n'>&e;</a>", "d|x"},
+                                           {"0", "8", "<a>", "-"}}) {
+        XMLLoader loader(scratch.path("f.xml", row[2]));
+        xmlSubstituteEntitiesDefault(std::stoi(row[0]));
+        xmlLoadExtDtdDefaultValue = std::stoi(row[1]);
+        std::vector<std::string> values;
+        bool ok = loader.loadFile(false) && loader.getVector("id('n')|/a/@k|/a/b", values);
+        xmlSubstituteEntitiesDefault(xmlLoadExtDtdDefaultValue = 0);
+        EXPECT_EQ(ok ? joined(values) : "-", row[3]);
+    }
 }
 
 TEST(Loader, SaveKeepsWhatTheFileWas) {
