@@ -253,6 +253,8 @@ TEST(Loader, LoadsAndSaves) {
     EXPECT_TRUE(loader.loadFile(false) && loader.getVector("/b", values) && values.size() == 1);
     bytes = loader.saveFile() ? readFile(scratch.path("f.xml")) : "";  // read compressed: at 9
     EXPECT_TRUE(bytes.substr(0, 2) == "\x1f\x8b" && bytes[8] == 2);
+    fs::resize_file(scratch.path("f.xml"), bytes.size() - 4);  // whole text, trailer cut: refused
+    EXPECT_FALSE(loader.loadFile(false));
 }
 
 TEST(Loader, ReadsUnderTheProgramsParserSettings) {
