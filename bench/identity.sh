@@ -9,7 +9,7 @@
 #   bench/identity.sh --fixtures             the repository's own documents: examples/*.xml,
 #                                            the fuzz corpora (each input up to its first NUL,
 #                                            as the targets read it) and the documents of
-#                                            tests/store's read, set and delete tables (what
+#                                            tests/store's store and delete tables (what
 #                                            CTest runs, as bench.identity)
 #   bench/identity.sh --stream --fixtures    the edge table bench/stream_edges.tsv and
 #                                            examples/*.xml (CTest: bench.stream_identity)
@@ -36,13 +36,14 @@ if [ -z "${IDENTITY:-}" ]; then
 fi
 
 if [ "${1:-}" = --fixtures ] && [ $program = stream_identity ]; then
-    # The examples also packed, cut short, and under names that are no URL.
+    # The examples also packed, cut short or in the trailer, and under names that are no URL.
     files=$(mktemp -d)
     trap 'rm -rf "$files"' EXIT
     for example in "$root"/examples/*.xml; do
         name=$(basename "$example")
         gzip -c "$example" >"$files/$name.gz"
         head -c $(($(wc -c <"$files/$name.gz") / 2)) "$files/$name.gz" >"$files/short-$name.gz"
+        head -c -4 "$files/$name.gz" >"$files/trailer-$name.gz"
         if command -v xz >/dev/null; then xz -c "$example" >"$files/$name.xz"; fi
         cp "$example" "$files/%41 ?$name"
         mkdir -p "$files/file:" && cp "$example" "$files/file:/$name"
@@ -53,7 +54,7 @@ if [ "${1:-}" = --fixtures ] && [ $program = stream_identity ]; then
 fi
 if [ "${1:-}" = --fixtures ]; then
     set -- "$root"/examples/*.xml --upto-nul "$root"/fuzz/corpus/*/* \
-        --tsv "$root"/tests/store/read.tsv "$root"/tests/store/set.tsv "$root"/tests/store/delete.tsv
+        --tsv "$root"/tests/store/store.tsv "$root"/tests/store/delete.tsv
     exec "$IDENTITY" "$@"
 fi
 if [ $# -gt 0 ]; then

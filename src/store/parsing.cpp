@@ -146,17 +146,23 @@ int Source::readPlain(char* buffer, int size) {
 
 int Source::read(void* context, char* buffer, int size) {
     Source& source = *static_cast<Source*>(context);
-    if (!source.started && source.start() < 0) return -1;
-    if (!source.decoder) return source.readPlain(buffer, size);
-    Decoder& d = *source.decoder;
+    const int n = source.next(buffer, size);
+    if (n < 0) source.broken = true;
+    return n;
+}
+
+int Source::next(char* buffer, int size) {
+    if (!started && start() < 0) return -1;
+    if (!decoder) return readPlain(buffer, size);
+    Decoder& d = *decoder;
     std::size_t made = 0;
     while (made == 0 && !d.done) {
-        if (source.at == source.end && !source.ended && !source.fill()) return -1;
-        const bool last = source.ended && source.at == source.end;
-        std::size_t avail = source.end - source.at, room = static_cast<std::size_t>(size);
+        if (at == end && !ended && !fill()) return -1;
+        const bool last = ended && at == end;
+        std::size_t avail = end - at, room = static_cast<std::size_t>(size);
         bool ok;
         if (d.gzip) {
-            d.z.next_in = source.in.get() + source.at;
+            d.z.next_in = in.get() + at;
             d.z.avail_in = static_cast<uInt>(avail);
             d.z.next_out = reinterpret_cast<Bytef*>(buffer);
             d.z.avail_out = static_cast<uInt>(room);
@@ -165,7 +171,7 @@ int Source::read(void* context, char* buffer, int size) {
             d.done = r == Z_STREAM_END;
             ok = r == Z_OK || d.done || (r == Z_BUF_ERROR && !last);
         } else {
-            d.x.next_in = source.in.get() + source.at;
+            d.x.next_in = in.get() + at;
             d.x.avail_in = avail;
             d.x.next_out = reinterpret_cast<uint8_t*>(buffer);
             d.x.avail_out = room;
@@ -174,15 +180,15 @@ int Source::read(void* context, char* buffer, int size) {
             d.done = r == LZMA_STREAM_END;
             ok = r == LZMA_OK || d.done;
         }
-        source.at = source.end - avail;
+        at = end - avail;
         made = static_cast<std::size_t>(size) - room;
         if (!ok) {
             ioError(last ? "unexpected end of compressed data" : "compressed data damaged");
             return -1;
         }
         if (d.done && d.gzip) {  // another gzip member may follow; anything else is left unread
-            if (source.at == source.end && !source.ended && !source.fill()) return -1;
-            if (source.at < source.end && source.in[source.at] == 0x1f) {
+            if (at == end && !ended && !fill()) return -1;
+            if (at < end && in[at] == 0x1f) {
                 inflateReset(&d.z);
                 d.done = false;
             }
@@ -201,6 +207,10 @@ xmlDocPtr readFile(const std::string& file) {
                               ? plainParse(source, file)
                               : xmlReadIO(Source::read, nullptr, &source, file.c_str(), nullptr,
                                           leanParseOptions()));
+    if (doc && source.failed()) {  // a document that ends well before a read error is not the file
+        xmlFreeDoc(doc);
+        return nullptr;
+    }
     if (doc) doc->compression = source.compressed() ? 9 : 0;  // saved as the library saves it
     return doc;
 }

@@ -27,6 +27,8 @@ class Source {
     bool opened() const { return fd >= 0; }
     // Known once the first bytes were read: true for gzip or xz content.
     bool compressed() const { return decoder != nullptr; }
+    // True once a read failed: what the parser made of the bytes before is not the file.
+    bool failed() const { return broken; }
     // The library's read callback: up to size bytes into buffer, 0 at the end, -1 on an error.
     static int read(void* source, char* buffer, int size);
 
@@ -35,9 +37,10 @@ class Source {
     int start();
     int readPlain(char* buffer, int size);
     bool fill();
+    int next(char* buffer, int size);
 
     int fd;
-    bool started = false, ended = false;
+    bool started = false, ended = false, broken = false;
     std::unique_ptr<unsigned char[]> in;  // bytes read ahead: the head, or compressed bytes
     std::size_t at = 0, end = 0;
     std::unique_ptr<Decoder> decoder;

@@ -83,8 +83,8 @@ Streamed streamValues(const std::string& file, const std::string& expression, st
     sax->reference = onReference;
     ctxt->_private = &reader;
     if (reader.compiled()) xmlParseDocument(ctxt);
-    const bool parsed =
-        (ctxt->wellFormed || ctxt->recovery) && reader.sawRoot && !MemoryWatch::ranOut();
+    const bool parsed = (ctxt->wellFormed || ctxt->recovery) && reader.sawRoot &&
+                        !MemoryWatch::ranOut() && !source.failed();
     const bool unsupported = reader.unsupported || !reader.compiled();
     ctxt->node = nullptr;
     xmlFreeDoc(ctxt->myDoc);  // the empty document the parser consults, as the tree's parse does

@@ -1,10 +1,13 @@
 #ifndef XPATH_TESTS_TABLE_H
 #define XPATH_TESTS_TABLE_H
 
-// Test tables: one case a line, fields apart by tabs (a run of tabs is one separator), lines
-// starting with '#' are comments, "-" is an empty field, and \n, \t, \\ and \xHH escape bytes.
+// Test tables: a case a line, fields apart by tabs (a run of tabs is one), '#' starts a comment,
+// "-" is an empty field, and \n, \t, \\ and \xHH escape bytes. Also: what code writes.
 
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -12,19 +15,15 @@
 using Row = std::vector<std::string>;
 
 inline std::string unescape(const std::string& field) {
-    if (field == "-") return "";
     std::string out;
-    for (std::size_t i = 0; i < field.size(); ++i) {
+    for (std::size_t i = 0; field != "-" && i < field.size(); ++i) {
         if (field[i] != '\\' || i + 1 == field.size()) {
             out += field[i];
-            continue;
-        }
-        char c = field[++i];
-        if (c == 'x' && i + 2 < field.size()) {
+        } else if (field[++i] == 'x') {
             out += static_cast<char>(std::stoi(field.substr(i + 1, 2), nullptr, 16));
             i += 2;
         } else {
-            out += c == 'n' ? '\n' : c == 't' ? '\t' : c;
+            out += field[i] == 'n' ? '\n' : field[i] == 't' ? '\t' : field[i];
         }
     }
     return out;
@@ -36,15 +35,12 @@ inline std::vector<Row> readTable(const std::string& name) {
     std::vector<Row> rows;
     for (std::string line; std::getline(in, line);) {
         if (line.empty() || line[0] == '#') continue;
-        Row row;
-        for (std::size_t at = 0; at < line.size();) {
-            std::size_t end = line.find('\t', at);
-            if (end == std::string::npos) end = line.size();
-            row.push_back(unescape(line.substr(at, end - at)));
-            at = line.find_first_not_of('\t', end);
-            if (at == std::string::npos) break;
+        rows.emplace_back();
+        for (std::size_t at = 0, end; at != std::string::npos;
+             at = line.find_first_not_of('\t', end)) {
+            end = line.find('\t', at);
+            rows.back().push_back(unescape(line.substr(at, end - at)));
         }
-        rows.push_back(row);
     }
     return rows;
 }
@@ -52,13 +48,29 @@ inline std::vector<Row> readTable(const std::string& name) {
 // The parts of a field apart by '|'; an empty field has none.
 inline std::vector<std::string> parts(const std::string& field) {
     std::vector<std::string> out;
-    if (field.empty()) return out;
-    for (std::size_t at = 0;;) {
-        std::size_t end = field.find('|', at);
-        out.push_back(field.substr(at, end - at));
-        if (end == std::string::npos) return out;
-        at = end + 1;
-    }
+    for (std::size_t at = 0, end = 0; !field.empty() && end != std::string::npos; at = end + 1)
+        out.push_back(field.substr(at, (end = field.find('|', at)) - at));
+    return out;
+}
+
+// What write puts into a stdio stream; ok is what it returned.
+template <class Write>
+std::string captured(Write write, bool& ok) {
+    char* text = nullptr;
+    std::size_t size = 0;
+    std::FILE* out = open_memstream(&text, &size);
+    ok = write(out);
+    std::fclose(out);
+    std::string result(text, size);
+    std::free(text);
+    return result;
+}
+
+inline std::string readFile(const std::string& file) {
+    std::ifstream in(file, std::ios::binary);
+    std::ostringstream all;
+    all << in.rdbuf();
+    return in ? all.str() : "(absent)";
 }
 
 #endif

@@ -3,7 +3,6 @@
 
 #include <fstream>
 
-#include "../common/files.h"
 #include "../common/table.h"
 #include "xmlloader.h"
 

@@ -4,9 +4,10 @@
 # of a file with a second hard link, the old bytes begin to change), leave the old file or the
 # new one, whole, and nothing beside it. With a preload that takes unnamed files away, the
 # save's hidden file is what the polite signals must remove (kill -9 can't).
-# Usage: interrupted.sh <xpath binary> <rounds> [preload]
+# Usage: interrupted.sh <xpath binary> <preload> [rounds]; without the preload, then with it.
 set -u
-xpath=$1 rounds=$2 preload=${3:-}
+xpath=$1 rounds=${3:-1} preload=${PRELOAD:-}
+[ -n "$preload" ] || PRELOAD=$2 sh "$0" "$@" || exit 1
 signals="KILL:9 TERM:15 INT:2 HUP:1"
 [ -z "$preload" ] || { signals=${signals#KILL:9 }; export ASAN_OPTIONS="${ASAN_OPTIONS:-}:verify_asan_link_order=0"; }
 dir=$(mktemp -d)
