@@ -1,8 +1,9 @@
 #ifndef XPATH_BENCH_FLOOR_H
 #define XPATH_BENCH_FLOOR_H
 
-// What both floors do first: check the arguments, set libxml2 up the way the store does and
-// parse the file with the plain call. Exits with a message on the way when any of it fails.
+// What the floors do first: check the arguments, set libxml2 up the way the store does and
+// (the tree's floors) parse the file with the plain call. Exits with a message on the way
+// when any of it fails.
 
 #include <libxml/parser.h>
 
@@ -16,7 +17,7 @@ namespace floors {
 inline xmlDocPtr doc = nullptr;
 
 // wanted: the number of arguments after the program's name, shown in usage.
-inline void parse(int argc, char** argv, const char* name, int wanted, const char* usage) {
+inline void setUp(int argc, const char* name, int wanted, const char* usage) {
     if (argc != wanted + 1) {
         std::fprintf(stderr, "Usage: %s %s\n", name, usage);
         std::exit(2);
@@ -25,6 +26,10 @@ inline void parse(int argc, char** argv, const char* name, int wanted, const cha
     LIBXML_TEST_VERSION
     xmlKeepBlanksDefault(0);
     *__xmlIndentTreeOutput() = 1;
+}
+
+inline void parse(int argc, char** argv, const char* name, int wanted, const char* usage) {
+    setUp(argc, name, wanted, usage);
     doc = xmlParseFile(argv[1]);
     if (doc == nullptr) {
         std::fprintf(stderr, "%s: cannot parse %s\n", name, argv[1]);

@@ -25,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "cells.h"
 #include "xmlloader.h"
 
 namespace {
@@ -149,25 +150,14 @@ std::string compare(const std::string& path, const std::string& scratch, bool& p
 }
 
 // The first column of each row of a test table: rows apart by lines, '#' starts a comment,
-// the fields are apart by tabs, "-" is empty, and \n, \t, \\ and \xHH escape bytes.
+// the fields are apart by tabs, "-" is empty, escapes as in bench/cells.h.
 std::vector<std::string> tableDocuments(const std::string& table) {
     std::vector<std::string> documents;
     std::ifstream in(table);
     for (std::string line; std::getline(in, line);) {
         if (line.empty() || line[0] == '#') continue;
-        std::string field = line.substr(0, line.find('\t')), text;
-        if (field == "-") field.clear();
-        for (std::size_t i = 0; i < field.size(); ++i) {
-            if (field[i] != '\\' || i + 1 == field.size()) {
-                text += field[i];
-            } else if (field[++i] == 'x' && i + 2 < field.size()) {
-                text += static_cast<char>(std::stoi(field.substr(i + 1, 2), nullptr, 16));
-                i += 2;
-            } else {
-                text += field[i] == 'n' ? '\n' : field[i] == 't' ? '\t' : field[i];
-            }
-        }
-        documents.push_back(text);
+        std::string field = line.substr(0, line.find('\t'));
+        documents.push_back(field == "-" ? std::string() : bench::unescape(field));
     }
     return documents;
 }

@@ -24,6 +24,34 @@ void ioError(const char* what) {
     xmlGenericError(xmlGenericErrorContext, "I/O error : %s\n", what);
 }
 
+// A parse that ran out of memory can end early and still hand back a document: refused, as
+// is one whose entities expand out of all proportion.
+xmlDocPtr whole(xmlDocPtr doc) {
+    if (doc &&
+        (MemoryWatch::ranOut() || xmlDocGetRootElement(doc) == nullptr || !expansionBounded(doc))) {
+        xmlFreeDoc(doc);
+        return nullptr;
+    }
+    return doc;
+}
+
+// The library's plain parse, for a setting that no option expresses.
+xmlDocPtr plainParse(Source& source, const std::string& file) {
+    xmlParserCtxtPtr ctxt = openParser(source, file);
+    if (ctxt == nullptr) return nullptr;
+    xmlParseDocument(ctxt);
+    xmlDocPtr doc = ctxt->myDoc;
+    if (!ctxt->wellFormed) {
+        xmlFreeDoc(doc);
+        doc = nullptr;
+    }
+    ctxt->myDoc = nullptr;
+    xmlFreeParserCtxt(ctxt);
+    return doc;
+}
+
+}  // namespace
+
 // The options under which the library's reading calls build the same tree as its plain
 // parse under the process-wide settings, with names shared in the document's dictionary and
 // short texts kept inside their nodes: the same tree, built faster and smaller.
@@ -38,36 +66,13 @@ int leanParseOptions() {
     return options;
 }
 
-// A parse that ran out of memory can end early and still hand back a document: refused, as
-// is one whose entities expand out of all proportion.
-xmlDocPtr whole(xmlDocPtr doc) {
-    if (doc &&
-        (MemoryWatch::ranOut() || xmlDocGetRootElement(doc) == nullptr || !expansionBounded(doc))) {
-        xmlFreeDoc(doc);
-        return nullptr;
-    }
-    return doc;
-}
-
-// The library's plain parse, for a setting that no option expresses.
-xmlDocPtr plainParse(Source& source, const std::string& file) {
-    xmlParserCtxtPtr ctxt = xmlCreateIOParserCtxt(nullptr, nullptr, Source::read, nullptr,
-                                                  &source, XML_CHAR_ENCODING_NONE);
-    if (ctxt == nullptr) return nullptr;
-    if (ctxt->input->filename == nullptr)  // the name its diagnostics give
+xmlParserCtxtPtr openParser(Source& source, const std::string& file) {
+    xmlParserCtxtPtr ctxt = xmlCreateIOParserCtxt(nullptr, nullptr, Source::read, nullptr, &source,
+                                                  XML_CHAR_ENCODING_NONE);
+    if (ctxt && ctxt->input->filename == nullptr)  // the name its diagnostics give
         ctxt->input->filename = reinterpret_cast<char*>(xmlStrdup(xml(file.c_str())));
-    xmlParseDocument(ctxt);
-    xmlDocPtr doc = ctxt->myDoc;
-    if (!ctxt->wellFormed) {
-        xmlFreeDoc(doc);
-        doc = nullptr;
-    }
-    ctxt->myDoc = nullptr;
-    xmlFreeParserCtxt(ctxt);
-    return doc;
+    return ctxt;
 }
-
-}  // namespace
 
 // ---------------------------------------------------------------- a file's bytes
 

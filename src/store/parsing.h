@@ -4,6 +4,7 @@
 // Reading a document: the tree of the library's plain parse under the store's settings, built
 // leaner, and refused when the parse ran out of memory. Internal: not installed.
 
+#include <libxml/parser.h>
 #include <libxml/tree.h>
 
 #include <memory>
@@ -44,6 +45,14 @@ class Source {
     std::size_t at = 0, end = 0;
     std::unique_ptr<Decoder> decoder;
 };
+
+// The reading options of the library under which its reading calls give what its plain parse
+// gives under the process-wide settings.
+int leanParseOptions();
+
+// A parser over source's bytes as the library's reading calls make it, its diagnostics naming
+// file; options are the caller's to set. Null when out of memory.
+xmlParserCtxtPtr openParser(Source& source, const std::string& file);
 
 // The document in file, or null when it doesn't parse whole.
 xmlDocPtr readFile(const std::string& file);

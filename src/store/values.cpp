@@ -127,7 +127,7 @@ class ValueWriter {
         if (n > sizeof block - used) {
             flush();
             if (n >= sizeof block) {  // a large piece goes straight out
-                std::fwrite(text, 1, n, out);
+                write(text, n);
                 return;
             }
         }
@@ -139,11 +139,16 @@ class ValueWriter {
         block[used++] = c;
     }
     void flush() {
-        if (used) std::fwrite(block, 1, used, out);
+        if (used) write(block, used);
         used = 0;
+    }
+    // After a failed write nothing more is tried: the stream keeps its error for the caller.
+    void write(const void* bytes, std::size_t n) {
+        failed = failed || std::fwrite(bytes, 1, n, out) != n;
     }
 
     std::FILE* out;
+    bool failed = false;
     std::size_t used = 0;
     char block[1 << 15];
 };

@@ -12,6 +12,7 @@
 #include "evaluation.h"
 #include "parsing.h"
 #include "saving.h"
+#include "streaming.h"
 
 using namespace xpath_store;
 
@@ -151,6 +152,23 @@ bool XMLLoader::getVectorImpl(const XString& path, std::vector<XString>& values,
 
 bool XMLLoader::writeValues(const std::string& path, std::FILE* out) const {
     return impl->writeValues(XString(path), out);
+}
+
+XMLLoader::StreamResult XMLLoader::streamValues(const std::string& path, std::FILE* out) const {
+    auto log = logger.getFunctor<Logger::Id>("streamValues");
+    MemoryWatch watch;
+    XLOG(log, LOG_TRACE, "Streaming " + path + " from " + impl->filename);
+    switch (xpath_store::streamValues(impl->filename, path, out)) {
+        case Streamed::written:
+            return STREAM_WRITTEN;
+        case Streamed::unreadable:
+            return STREAM_UNREADABLE;
+        case Streamed::unwritable:
+            return STREAM_UNWRITABLE;
+        case Streamed::unsupported:
+            break;
+    }
+    return STREAM_UNSUPPORTED;
 }
 
 bool XMLLoader::setOrCreateVectorImpl(const XString& path, const std::vector<XString>& values,

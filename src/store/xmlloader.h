@@ -82,6 +82,19 @@ class XMLLoader : public Object {
     // straight from the document: getVector's values without holding them all at once.
     bool writeValues(const std::string& path, std::FILE* out) const;
 
+    // What streamValues did.
+    enum StreamResult {
+        STREAM_WRITTEN,      // the values are in out
+        STREAM_UNSUPPORTED,  // the path or the file needs the tree: nothing was read or printed
+        STREAM_UNREADABLE,   // the file isn't there or doesn't parse, as for loadFile(false)
+        STREAM_UNWRITABLE,   // out, or the place the values wait in, failed: errno says why
+    };
+    // Writes to out what loadFile(false) and then writeValues(path, out) would, libxml2's
+    // diagnostics included, reading the file without building its tree: memory doesn't grow
+    // with the file. Only some paths stream; the others give STREAM_UNSUPPORTED. The loader's
+    // own document is left as it is.
+    StreamResult streamValues(const std::string& path, std::FILE* out) const;
+
     bool getVectorImpl(const XString& path, std::vector<XString>& values, unsigned int max) const;
     bool setOrCreateVectorImpl(const XString& path, const std::vector<XString>& values,
                                const std::vector<bool>& flags);

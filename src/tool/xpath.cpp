@@ -1,8 +1,10 @@
 // xpath <file> <xpath> [value]: prints the value of every node the expression selects, or
 // sets the value at the path, making what is missing, and saves the file.
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,7 @@ const char* EBADXPATH = "Could not use xpath: ";
 const char* ETOOMANY = "XPath evaluates to more than one object. Cannot set.";
 const char* ESAVEVALUE = "Could not save value";
 const char* ESAVEFILE = "Could not save file";
+const char* EWRITE = "Could not write values: ";
 
 namespace {
 
@@ -34,6 +37,27 @@ void badXPath(const char* xpath) {
     std::fflush(stderr);
 }
 
+// Read mode: the values stream from the file when the path allows it, else from its tree. They
+// leave in large blocks; every write and the last flush are checked.
+[[noreturn]] void read(XMLLoader& loader, const char* file, const char* xpath) {
+    static char block[1 << 16];
+    std::setvbuf(stdout, block, _IOFBF, sizeof block);
+    switch (loader.streamValues(xpath, stdout)) {
+        case XMLLoader::STREAM_UNREADABLE:
+            fail(ENOTFOUND, file);
+        case XMLLoader::STREAM_UNWRITABLE:
+            fail(EWRITE, std::strerror(errno));
+        case XMLLoader::STREAM_WRITTEN:
+            break;
+        case XMLLoader::STREAM_UNSUPPORTED:
+            if (!loader.loadFile(false)) fail(ENOTFOUND, file);
+            if (!loader.writeValues(xpath, stdout)) badXPath(xpath);
+            break;
+    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) fail(EWRITE, std::strerror(errno));
+    std::exit(0);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -47,18 +71,11 @@ int main(int argc, char** argv) {
 
     // Never destroyed: every way out is exit, and the process releases the document.
     XMLLoader loader(argv[1]);
+    if (!setMode) read(loader, argv[1], argv[2]);
     // One writer at a time: held from before the read until the new text is in place.
     xpath_store::WriterLock lock;
-    if (setMode && !lock.take(argv[1])) fail(ESAVEFILE);
+    if (!lock.take(argv[1])) fail(ESAVEFILE);
     if (!loader.loadFile(setMode)) fail(ENOTFOUND, argv[1]);
-
-    if (!setMode) {
-        // Values leave in large blocks, straight from the document; exit flushes what is left.
-        static char block[1 << 16];
-        std::setvbuf(stdout, block, _IOFBF, sizeof block);
-        if (!loader.writeValues(argv[2], stdout)) badXPath(argv[2]);
-        std::exit(0);
-    }
 
     // Set mode needs only to know whether more than one node is selected, and nothing is saved
     // without knowing it: the set's own evaluation may work where this one ran out of memory.

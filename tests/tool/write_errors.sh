@@ -1,0 +1,30 @@
+#!/bin/sh
+# Values that can't be written (a full device, a file system that fills on the way) end with
+# "Could not write values: " and the reason, status 1, for a path that streams and for one
+# that needs the tree. Usage: write_errors.sh <xpath binary>
+set -u
+xpath=$1
+dir=$(mktemp -d)
+trap 'umount "$dir/fs" 2>/dev/null; rm -rf "$dir"' EXIT
+printf '<a>%s</a>' "$(printf '<b>%0200d</b>' $(seq 2000))" > "$dir/f.xml"
+
+expect_failed() {  # <what>
+    status=$?
+    if [ "$status" != 1 ] || [ "$(cat "$dir/err")" != "Could not write values: No space left on device" ]; then
+        echo "$1: status $status, stderr '$(cat "$dir/err")'"
+        exit 1
+    fi
+}
+
+for path in /a/b '/a/b[position() > 0]'; do
+    "$xpath" "$dir/f.xml" "$path" > /dev/full 2> "$dir/err"
+    expect_failed "$path to /dev/full"
+done
+mkdir "$dir/fs"
+mount -t tmpfs -o size=128k none "$dir/fs" 2> /dev/null || { echo "no tmpfs here"; exit 77; }
+for path in /a/b '/a/b[position() > 0]'; do
+    "$xpath" "$dir/f.xml" "$path" > "$dir/fs/out" 2> "$dir/err"
+    expect_failed "$path to a full file system"
+    rm -f "$dir/fs/out"
+done
+echo "write errors reported"
