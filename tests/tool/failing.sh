@@ -64,6 +64,7 @@ fchmod 1 EPERM plain save
 fsync 1 EIO plain save
 fsync 1 EIO new save
 fsync 2 EIO new save
+fsync 2 EINVAL plain swap
 renameat 1 EIO plain save
 renameat 1 EIO new save
 close 2 EIO plain save
