@@ -153,13 +153,17 @@ Swap swapIn(xmlDocPtr doc, const Target& target, Packing packing, bool unnamed) 
     {
         SignalsHeld held;  // the hidden name never outlives the run
         if (written && name.empty()) linked = !(name = linkUnnamed(fd, dir, target.base)).empty();
-        written = written && linked && renameat(dir, name.c_str(), dir, target.base.c_str()) == 0;
+        // Closed before the rename: a late write error must leave the old file in place.
+        written = written && linked && fd.close() &&
+                  renameat(dir, name.c_str(), dir, target.base.c_str()) == 0;
         if (!written && !name.empty()) unlinkat(dir, name.c_str(), 0);
         if (removed) removed->end();
     }
     if (!linked) return Swap::unlinkable;
-    if (written) return fd.close() && syncDirectory(dir) ? Swap::done : Swap::failed;
-    return same ? Swap::failed : Swap::unsuitable;
+    if (!written) return same ? Swap::failed : Swap::unsuitable;
+    if (syncDirectory(dir)) return Swap::done;
+    if (!target.exists) unlinkat(dir, target.base.c_str(), 0);  // a new file stays missing
+    return Swap::failed;
 }
 
 // Overwrites the file in place (same inode, owner and mode), or makes it where its links lead.
