@@ -1,6 +1,8 @@
 // xpath <file> <xpath> [value]: prints the value of every node the expression selects, or
 // sets the value at the path, making what is missing, and saves the file.
 
+#include <sys/stat.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -72,6 +74,10 @@ int main(int argc, char** argv) {
     // Never destroyed: every way out is exit, and the process releases the document.
     XMLLoader loader(argv[1]);
     if (!setMode) read(loader, argv[1], argv[2]);
+    // Only a regular file is written, and anything else is refused before it is read: a pipe
+    // that nobody writes into would keep the run waiting for ever.
+    struct stat named;
+    if (stat(argv[1], &named) == 0 && !S_ISREG(named.st_mode)) fail(ESAVEFILE);
     // One writer at a time: held from before the read until the new text is in place.
     xpath_store::WriterLock lock;
     if (!lock.take(argv[1])) fail(ESAVEFILE);
