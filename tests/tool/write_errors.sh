@@ -1,12 +1,17 @@
 #!/bin/sh
 # Values that can't be written (a full device, a file system that fills on the way) end with
 # "Could not write values: " and the reason, status 1, for a path that streams and for one
-# that needs the tree. Usage: write_errors.sh <xpath binary>
+# that needs the tree, also for a value long enough to be held in a temporary file first, which
+# otherwise comes out whole and as the tree prints it. Usage: write_errors.sh <xpath binary>
 set -u
 xpath=$1
 dir=$(mktemp -d)
 trap 'umount "$dir/fs" 2>/dev/null; rm -rf "$dir"' EXIT
 printf '<a>%s</a>' "$(printf '<b>%0200d</b>' $(seq 2000))" > "$dir/f.xml"
+{ printf '<a><b>'; head -c 9000000 /dev/zero | tr '\0' x; printf '</b></a>'; } > "$dir/big.xml"
+"$xpath" "$dir/big.xml" /a/b > "$dir/streamed" && "$xpath" "$dir/big.xml" '/a/b[position() > 0]' > "$dir/tree" &&
+    [ "$(wc -c < "$dir/streamed")" = 9000001 ] && cmp -s "$dir/streamed" "$dir/tree" ||
+    { echo "a long value: not whole"; exit 1; }
 
 expect_failed() {  # <what>
     status=$?
@@ -16,15 +21,19 @@ expect_failed() {  # <what>
     fi
 }
 
-for path in /a/b '/a/b[position() > 0]'; do
-    "$xpath" "$dir/f.xml" "$path" > /dev/full 2> "$dir/err"
-    expect_failed "$path to /dev/full"
+for file in f.xml big.xml; do
+    for path in /a/b '/a/b[position() > 0]'; do
+        "$xpath" "$dir/$file" "$path" > /dev/full 2> "$dir/err"
+        expect_failed "$file $path to /dev/full"
+    done
 done
 mkdir "$dir/fs"
 mount -t tmpfs -o size=128k none "$dir/fs" 2> /dev/null || { echo "no tmpfs here"; exit 77; }
-for path in /a/b '/a/b[position() > 0]'; do
-    "$xpath" "$dir/f.xml" "$path" > "$dir/fs/out" 2> "$dir/err"
-    expect_failed "$path to a full file system"
-    rm -f "$dir/fs/out"
+for file in f.xml big.xml; do
+    for path in /a/b '/a/b[position() > 0]'; do
+        "$xpath" "$dir/$file" "$path" > "$dir/fs/out" 2> "$dir/err"
+        expect_failed "$file $path to a full file system"
+        rm -f "$dir/fs/out"
+    done
 done
 echo "write errors reported"
