@@ -13,27 +13,16 @@ printf '<a>%s</a>' "$(printf '<b>%0200d</b>' $(seq 2000))" > "$dir/f.xml"
     [ "$(wc -c < "$dir/streamed")" = 9000001 ] && cmp -s "$dir/streamed" "$dir/tree" ||
     { echo "a long value: not whole"; exit 1; }
 
-expect_failed() {  # <what>
-    status=$?
-    if [ "$status" != 1 ] || [ "$(cat "$dir/err")" != "Could not write values: No space left on device" ]; then
-        echo "$1: status $status, stderr '$(cat "$dir/err")'"
-        exit 1
-    fi
-}
-
-for file in f.xml big.xml; do
-    for path in /a/b '/a/b[position() > 0]'; do
-        "$xpath" "$dir/$file" "$path" > /dev/full 2> "$dir/err"
-        expect_failed "$file $path to /dev/full"
-    done
-done
-mkdir "$dir/fs"
-mount -t tmpfs -o size=128k none "$dir/fs" 2> /dev/null || { echo "no tmpfs here"; exit 77; }
-for file in f.xml big.xml; do
-    for path in /a/b '/a/b[position() > 0]'; do
-        "$xpath" "$dir/$file" "$path" > "$dir/fs/out" 2> "$dir/err"
-        expect_failed "$file $path to a full file system"
-        rm -f "$dir/fs/out"
+mkdir "$dir/fs" && outs=/dev/full  # a full device, and a file system that fills where one can be made
+mount -t tmpfs -o size=128k none "$dir/fs" 2> /dev/null && outs="$outs $dir/fs/out"
+for out in $outs; do
+    for file in f.xml big.xml; do
+        for path in /a/b '/a/b[position() > 0]'; do
+            "$xpath" "$dir/$file" "$path" > "$out" 2> "$dir/err"
+            status=$? error=$(cat "$dir/err")
+            [ $status = 1 ] && [ "$error" = "Could not write values: No space left on device" ] ||
+                { echo "$file $path to $out: status $status, stderr '$error'"; exit 1; }
+        done
     done
 done
 echo "write errors reported"
