@@ -9,8 +9,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "files.h"
-
 namespace xpath_store {
 
 namespace {
@@ -24,10 +22,6 @@ double now() {
 }
 
 }  // namespace
-
-WriterLock::~WriterLock() {
-    if (fd >= 0) close(fd);
-}
 
 bool WriterLock::take(const std::string& file) {
     const double deadline = now() + patience;
@@ -53,8 +47,7 @@ bool WriterLock::take(const std::string& file) {
         if (exists ? fstat(held, &locked) == 0 && stat(file.c_str(), &again) == 0 &&
                          locked.st_dev == again.st_dev && locked.st_ino == again.st_ino
                    : stat(file.c_str(), &again) != 0 && errno == ENOENT) {
-            if (fd >= 0) close(fd);
-            fd = held.release();
+            fd.reset(held.release());
             return true;
         }
     } while (now() < deadline);

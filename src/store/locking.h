@@ -9,21 +9,18 @@
 
 #include <string>
 
+#include "files.h"
+
 namespace xpath_store {
 
 class WriterLock {
   public:
-    WriterLock() = default;
-    ~WriterLock();
-    WriterLock(const WriterLock&) = delete;
-    WriterLock& operator=(const WriterLock&) = delete;
-
     // Waits up to 30 s for the writer before; false if it held on all that time. Where nothing
     // can be locked (no directory, not a regular file) there is none to wait for: true.
     bool take(const std::string& file);
 
   private:
-    int fd = -1;
+    Descriptor fd;  // the lock lasts as long as it is open
 };
 
 }  // namespace xpath_store
