@@ -8,11 +8,17 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstring>
 #include <string>
 
 namespace xpath_store {
 
 // One open descriptor, closed when it goes.
+// Whether the first bytes of a file are those of xz-compressed content.
+inline bool xzMagic(const unsigned char* head, std::size_t size) {
+    return size >= 6 && std::memcmp(head, "\xfd" "7zXZ\0", 6) == 0;
+}
+
 class Descriptor {
   public:
     explicit Descriptor(int fd = -1) : fd(fd) {}

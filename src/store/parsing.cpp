@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "common.h"
+#include "files.h"
 #include "expansion.h"
 
 namespace xpath_store {
@@ -128,7 +129,7 @@ int Source::start() {
         if (!fill()) return -1;
     const unsigned char* head = in.get();
     bool gzip = end >= 2 && head[0] == 0x1f && head[1] == 0x8b;
-    bool xz = end >= 6 && std::memcmp(head, "\xfd" "7zXZ\0", 6) == 0;
+    bool xz = xzMagic(head, end);
     if (gzip || xz) {
         decoder.reset(new (std::nothrow) Decoder(gzip));
         if (!decoder || !decoder->init()) return -1;

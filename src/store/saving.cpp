@@ -46,7 +46,7 @@ bool isXz(const std::string& file) {
     unsigned char head[6];
     Descriptor fd(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     return fd && read(fd, head, sizeof head) == static_cast<ssize_t>(sizeof head) &&
-           std::memcmp(head, "\xfd" "7zXZ\0", sizeof head) == 0;
+           xzMagic(head, sizeof head);
 }
 
 // A hidden name beside the file, free at the time it was drawn.
