@@ -100,15 +100,16 @@ void Subtree::close() {
 }
 
 // Texts join as the tree builder joins them: a text after a text, CDATA after CDATA.
-void Subtree::text(const xmlChar* bytes, int n, bool cdata) {
+void Subtree::text(const xmlChar* data, int n, bool cdata) {
     if (current == nullptr) return;
     xmlNodePtr last = current->last;
     const xmlElementType type = cdata ? XML_CDATA_SECTION_NODE : XML_TEXT_NODE;
     if (last && last->type == type) {
-        xmlNodeAddContentLen(last, bytes, n);
+        bytes += static_cast<std::size_t>(n);  // a long text comes in many pieces: each counts
+        xmlNodeAddContentLen(last, data, n);
         return;
     }
-    add(cdata ? xmlNewCDataBlock(doc, bytes, n) : xmlNewDocTextLen(doc, bytes, n));
+    add(cdata ? xmlNewCDataBlock(doc, data, n) : xmlNewDocTextLen(doc, data, n));
 }
 
 void Subtree::comment(const xmlChar* value) {

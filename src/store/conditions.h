@@ -27,7 +27,7 @@ class Subtree {
                     int attributeCount, const xmlChar** attributes, bool decode);
     // Leaves the current element; leaving the root frees the copy.
     void close();
-    void text(const xmlChar* bytes, int n, bool cdata);
+    void text(const xmlChar* data, int n, bool cdata);
     void comment(const xmlChar* value);
     void instruction(const xmlChar* target, const xmlChar* data);
     bool ok() const { return !failed; }

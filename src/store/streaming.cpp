@@ -82,10 +82,11 @@ Streamed streamValues(const std::string& file, const std::string& expression, st
     sax->internalSubset = sax->externalSubset = onSubset;
     sax->reference = onReference;
     ctxt->_private = &reader;
-    if (reader.compiled()) xmlParseDocument(ctxt);
+    const bool compiled = reader.compiled();
+    if (compiled) xmlParseDocument(ctxt);
     const bool parsed = (ctxt->wellFormed || ctxt->recovery) && reader.sawRoot &&
                         !MemoryWatch::ranOut() && !source.failed();
-    const bool unsupported = reader.unsupported || !reader.compiled();
+    const bool unsupported = reader.unsupported || !compiled;
     ctxt->node = nullptr;
     xmlFreeDoc(ctxt->myDoc);  // the empty document the parser consults, as the tree's parse does
     ctxt->myDoc = nullptr;
